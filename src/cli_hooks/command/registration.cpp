@@ -1,0 +1,59 @@
+#include "cli_hooks/command/registration.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include "cli_hooks/command/dispatch.hpp"
+
+namespace cli_hooks {
+
+namespace {
+
+constexpr const char* agent_help =
+    "AI agent type: claude, copilot, cursor, windsurf (default: claude)";
+constexpr const char* inject_agent_help =
+    "AI agent type: claude, copilot, cursor, windsurf (default: windsurf)";
+
+}  // namespace
+
+HooksCommand::HooksCommand(CLI::App& subparsers) {
+    hooks_ = subparsers.add_subcommand("hooks", "AI agent hook handlers (used by hook configurations)");
+    hooks_->description(
+        "AI agent hook handlers (used by hook configurations).\n"
+        "Native hook handlers for AI coding agents: each reads one JSON object from standard input "
+        "and writes its response (JSON, or plain text for Windsurf) to standard output.");
+    hooks_->require_subcommand(0, 1);
+    const auto table = hook_table();
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        const HookSpec& hook = table[i];
+        CLI::App* sub = hooks_->add_subcommand(std::string(hook.name), hook.help);
+        if (hook.name == "log-conversation") {
+            sub->add_option("--type", turn_type_, "Turn type: user or tool")
+                ->required()
+                ->check(CLI::IsMember({"user", "tool"}));
+        }
+        agents_[i] = hook.agent_default;
+        const bool is_inject = hook.name == "inject-context";
+        sub->add_option("--agent", agents_[i], is_inject ? inject_agent_help : agent_help);
+        subcommands_[i] = sub;
+    }
+}
+
+bool HooksCommand::chosen() const { return hooks_->parsed(); }
+
+HookArgs HooksCommand::args() const {
+    HookArgs args;
+    for (std::size_t i = 0; i < subcommands_.size(); ++i) {
+        if (subcommands_[i]->parsed()) {
+            args.hook_command = subcommands_[i]->get_name();
+            args.agent = agents_[i];
+            if (!turn_type_.empty()) args.turn_type = turn_type_;
+        }
+    }
+    return args;
+}
+
+std::unique_ptr<HooksCommand> add_hooks_subparser(CLI::App& subparsers) {
+    return std::make_unique<HooksCommand>(subparsers);
+}
+
+}  // namespace cli_hooks

@@ -1,0 +1,109 @@
+#include "cli_hooks/output/response.hpp"
+
+#include <array>
+
+#include "cli_hooks/command/input.hpp"
+#include "platform/io.hpp"
+#include "support/json_text.hpp"
+
+namespace cli_hooks {
+
+namespace {
+
+// Only these Claude Code events carry model context; everything else falls back to
+// systemMessage, which only the user sees.
+constexpr std::array<std::string_view, 5> _CLAUDE_CONTEXT_EVENTS = {
+    "SessionStart", "Stop", "PreToolUse", "UserPromptSubmit", "PostToolUse"};
+
+bool has_reason(std::optional<std::string_view> reason) { return reason && !reason->empty(); }
+
+std::string lower(std::string_view text) {
+    std::string out;
+    for (const char c : text) out += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    return out;
+}
+
+std::string json_line(const Json& response) { return support::to_json_text(response) + "\n"; }
+
+std::string _output_claude(std::string_view event_name, std::string_view context, bool block,
+                           std::optional<std::string_view> reason) {
+    Json response = Json::object();
+    bool in_set = false;
+    for (const auto event : _CLAUDE_CONTEXT_EVENTS) in_set = in_set || event == event_name;
+    if (in_set) {
+        Json hook_output = Json::object();
+        hook_output["hookEventName"] = event_name;
+        if (!context.empty()) hook_output["additionalContext"] = context;
+        if (block && event_name == "PreToolUse") {
+            hook_output["permissionDecision"] = "deny";
+            if (has_reason(reason)) hook_output["permissionDecisionReason"] = *reason;
+        }
+        response["hookSpecificOutput"] = std::move(hook_output);
+    } else if (!context.empty()) {
+        response["systemMessage"] = context;
+    }
+    return json_line(response);
+}
+
+std::string _output_copilot(std::string_view event_name, std::string_view context, bool block,
+                            std::optional<std::string_view> reason) {
+    Json response = Json::object();
+    response["message"] = context;
+    if (block) {
+        response["action"] = "deny";
+        if (has_reason(reason)) response["reason"] = *reason;
+    } else {
+        const std::string event = lower(event_name);
+        if (event == "pretooluse" || event == "pre_tool_use") response["action"] = "approve";
+    }
+    return json_line(response);
+}
+
+std::string _output_cursor(std::string_view /*event_name*/, std::string_view context, bool block,
+                           std::optional<std::string_view> reason) {
+    Json response = Json::object();
+    response["output"] = context;
+    if (block) {
+        response["block"] = true;
+        if (has_reason(reason)) response["reason"] = *reason;
+    }
+    return json_line(response);
+}
+
+std::string _output_windsurf(std::string_view context) {
+    std::string out(context);
+    out += '\n';
+    return out;
+}
+
+}  // namespace
+
+std::string format_response(std::string_view agent, std::string_view event_name,
+                            std::string_view context, bool block,
+                            std::optional<std::string_view> reason) {
+    if (agent == AGENT_COPILOT) return _output_copilot(event_name, context, block, reason);
+    if (agent == AGENT_CURSOR) return _output_cursor(event_name, context, block, reason);
+    if (agent == AGENT_WINDSURF) return _output_windsurf(context);
+    return _output_claude(event_name, context, block, reason);
+}
+
+std::string format_system_message(std::string_view agent, std::string_view message) {
+    if (agent == AGENT_WINDSURF) return _output_windsurf(message);
+    const char* key = agent == AGENT_COPILOT  ? "message"
+                      : agent == AGENT_CURSOR ? "output"
+                                              : "systemMessage";
+    Json response = Json::object();
+    response[key] = message;
+    return json_line(response);
+}
+
+void output_response(std::string_view agent, std::string_view event_name, std::string_view context,
+                     bool block, std::optional<std::string_view> reason) {
+    platform::write_stdout(format_response(agent, event_name, context, block, reason));
+}
+
+void output_system_message(std::string_view agent, std::string_view message) {
+    platform::write_stdout(format_system_message(agent, message));
+}
+
+}  // namespace cli_hooks

@@ -1,0 +1,72 @@
+#include "host/logging_setup.hpp"
+
+#include <stdexcept>
+
+#include "platform/clock.hpp"
+#include "platform/env.hpp"
+#include "platform/fs.hpp"
+
+namespace host {
+
+namespace {
+
+const char* level_name(LogLevel level) {
+    switch (level) {
+        case LogLevel::debug: return "DEBUG";
+        case LogLevel::info: return "INFO";
+        case LogLevel::warning: return "WARNING";
+        case LogLevel::error: return "ERROR";
+    }
+    return "ERROR";
+}
+
+bool debug_enabled() {
+    const auto value = platform::get_env("ORVANE_TAMBLO_LOG_LEVEL");
+    if (!value) return false;
+    std::string lower;
+    for (const char c : *value) lower += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    return lower == "debug";
+}
+
+}  // namespace
+
+std::string get_log_dir() {
+    if (auto dir = platform::get_env("ORVANE_TAMBLO_LOG_DIR"); dir && !dir->empty()) return *dir;
+    std::string base;
+    if (auto state = platform::get_env("XDG_STATE_HOME"); state && !state->empty() && (*state)[0] == '/') {
+        base = *state;
+    } else {
+        const auto home = platform::get_env("HOME");
+        if (!home || home->empty()) {
+            throw std::runtime_error("no log directory: neither XDG_STATE_HOME nor HOME is set");
+        }
+        base = platform::join_path(*home, ".local/state");
+    }
+    const std::string dir = platform::join_path(base, "orvane-tamblo/logs");
+    platform::create_directories(dir);
+    return dir;
+}
+
+void log_record(LogLevel level, std::string_view logger, std::string_view message,
+                std::string_view detail) {
+    if (level < LogLevel::warning && !debug_enabled()) return;
+    try {
+        std::string record = platform::local_time("%Y-%m-%d %H:%M:%S");
+        record += ' ';
+        record += level_name(level);
+        record += ' ';
+        record += logger;
+        record += ": ";
+        record += message;
+        record += '\n';
+        if (!detail.empty()) {
+            record += detail;
+            if (record.back() != '\n') record += '\n';
+        }
+        platform::append_file(platform::join_path(get_log_dir(), "orvane-tamblo.log"), record);
+    } catch (...) {
+        // Logging must never disturb the run it describes.
+    }
+}
+
+}  // namespace host

@@ -1,0 +1,47 @@
+#include "host/setup/config.hpp"
+
+#include <stdexcept>
+
+#include "platform/fs.hpp"
+#include "support/utf8.hpp"
+
+namespace host {
+
+namespace {
+
+constexpr const char* kBriefPath = ".orvane-tamblo/brief.md";
+
+constexpr const char* kBuiltinBrief =
+    "# orvane-tamblo\n"
+    "\n"
+    "This repository is indexed by orvane-tamblo. Its AI cache keeps what earlier sessions "
+    "learned about the code, so read it before re-reading files and add to it as you learn.\n"
+    "\n"
+    "## AI cache tools\n"
+    "- `understand(action='recall', target='path/to/file')`: the cached understanding of a file "
+    "(purpose, key points, gotchas) before you read the whole file.\n"
+    "- `understand(action='store', scope='file', target='...', purpose='...', key_points=[...], "
+    "gotchas=[...])`: cache what you learned about a file or module; refresh it after you edit "
+    "the file.\n"
+    "- `remember(action='store', key='...', value='...')`: keep a decision or project fact; "
+    "`remember(action='list')` shows what is stored.\n"
+    "\n"
+    "## Code index tools\n"
+    "- `search(action='symbols', query='...')`: find definitions by name.\n"
+    "- `symbol(action='callers'/'references')`: find the usages of a symbol.\n"
+    "- `explore(query='...')`: combine search strategies to answer a question about the code.\n"
+    "\n"
+    "Prefer these over text search for symbol discovery; grep stays right for exact strings.";
+
+}  // namespace
+
+std::string get_orvane_session_brief() {
+    auto content = platform::read_regular_file(kBriefPath);
+    if (!content) return kBuiltinBrief;
+    if (auto error = support::utf8_error(*content)) {
+        throw std::runtime_error(std::string(kBriefPath) + ": " + *error);
+    }
+    return *content;
+}
+
+}  // namespace host

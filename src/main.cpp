@@ -1,0 +1,3 @@
+#include "host/cli.hpp"
+
+int main(int argc, char** argv) { return host::run(argc, argv); }

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// Once, before anything else: standard descriptors that were closed are reopened so that no later
+// file takes their number (a write to such a stream still fails), and a vanished reader of our
+// output makes the write fail instead of killing the process.
+void prepare_standard_streams();
+
+// All of standard input, as bytes. Throws OsError when it cannot be read.
+std::string read_stdin();
+
+// Writes all of `data`; throws OsError on failure (a closed stream, a full disk, a gone reader).
+void write_stdout(std::string_view data);
+void write_stderr(std::string_view data);
+
+}  // namespace platform

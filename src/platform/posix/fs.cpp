@@ -1,0 +1,71 @@
+#include "platform/fs.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/os_error.hpp"
+
+namespace platform {
+
+void append_file(const std::string& path, std::string_view data) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) throw OsError("cannot open " + path, errno);
+    // One write per call, so that lines from concurrent hook runs do not interleave.
+    const ssize_t n = ::write(fd, data.data(), data.size());
+    const int write_errno = errno;
+    ::close(fd);
+    if (n < 0) throw OsError("cannot write " + path, write_errno);
+    if (static_cast<std::size_t>(n) != data.size()) throw OsError("short write to " + path, EIO);
+}
+
+std::optional<std::string> read_regular_file(const std::string& path) {
+    struct stat st{};
+    if (::stat(path.c_str(), &st) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
+        throw OsError("cannot inspect " + path, errno);
+    }
+    if (!S_ISREG(st.st_mode)) return std::nullopt;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) throw OsError("cannot open " + path, errno);
+    std::string data;
+    char buf[65536];
+    for (;;) {
+        const ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n == 0) break;
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            const int read_errno = errno;
+            ::close(fd);
+            throw OsError("cannot read " + path, read_errno);
+        }
+        data.append(buf, static_cast<std::size_t>(n));
+    }
+    ::close(fd);
+    return data;
+}
+
+void create_directories(const std::string& path) {
+    for (std::size_t pos = 1; pos <= path.size(); ++pos) {
+        if (pos != path.size() && path[pos] != '/') continue;
+        const std::string prefix = path.substr(0, pos);
+        if (::mkdir(prefix.c_str(), 0755) != 0 && errno != EEXIST) {
+            throw OsError("cannot create directory " + prefix, errno);
+        }
+    }
+    struct stat st{};
+    if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        throw OsError("cannot create directory " + path, ENOTDIR);
+    }
+}
+
+std::string join_path(std::string_view dir, std::string_view name) {
+    std::string out(dir);
+    if (!out.empty() && out.back() != '/') out += '/';
+    out += name;
+    return out;
+}
+
+}  // namespace platform

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace support {
+
+// A description of the first malformed sequence, or nullopt when `bytes` is valid UTF-8.
+// Surrogates, overlong forms and values above U+10FFFF are malformed, as in strict decoders.
+std::optional<std::string> utf8_error(std::string_view bytes);
+
+// Decodes the code point at `pos` of valid UTF-8 and moves `pos` past it.
+char32_t next_code_point(std::string_view text, std::size_t& pos);
+
+void append_utf8(std::string& out, char32_t cp);
+
+std::size_t code_point_count(std::string_view text);
+
+// The first `max_code_points` characters of valid UTF-8, never splitting a character.
+std::string_view cut_code_points(std::string_view text, std::size_t max_code_points);
+
+// White space in the Unicode sense (what a Unicode-aware isspace() accepts), not only JSON's.
+bool is_unicode_space(char32_t cp);
+
+// True when valid UTF-8 `text` is empty or holds nothing but Unicode white space.
+bool is_blank(std::string_view text);
+
+}  // namespace support
