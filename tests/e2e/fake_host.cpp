@@ -1,0 +1,91 @@
+// Stands in for the `orvane-tamblo` host on PATH during end-to-end tests.
+//
+// Every call appends its arguments (argv[1..]) to $FAKE_HOST_SCENARIO/calls.log, each argument
+// followed by \x1f and each call by \x1e, so arguments may hold line feeds. It then answers from
+// files named after the call's key: "query-understand-<action>" for `query understand
+// --action=<action>`, else the first two arguments joined by "-" ("conversation-list"):
+//   <key>.stdout  written to standard output (default: nothing)
+//   <key>.stderr  written to standard error
+//   <key>.rc      exit status (default 1: the index service is down)
+//   <key>.sleep   seconds to sleep before answering
+//   <key>.flood   a byte count written to both standard output and standard error first
+//   <key>.grandchild  seconds a forked grandchild sleeps while holding the output pipes open
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+namespace {
+
+std::string dir;
+
+bool read_file(const std::string& name, std::string& out) {
+    std::ifstream in(dir + "/" + name, std::ios::binary);
+    if (!in) return false;
+    std::stringstream ss;
+    ss << in.rdbuf();
+    out = ss.str();
+    return true;
+}
+
+void write_all(int fd, const std::string& data) {
+    std::size_t off = 0;
+    while (off < data.size()) {
+        const ssize_t n = ::write(fd, data.data() + off, data.size() - off);
+        if (n <= 0) return;
+        off += static_cast<std::size_t>(n);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const char* scenario = std::getenv("FAKE_HOST_SCENARIO");
+    if (scenario == nullptr) return 3;
+    dir = scenario;
+
+    std::string record;
+    for (int i = 1; i < argc; ++i) record += std::string(argv[i]) + '\x1f';
+    record += '\x1e';
+    std::ofstream(dir + "/calls.log", std::ios::binary | std::ios::app) << record;
+
+    std::string key = "unknown";
+    if (argc > 2) {
+        key = argv[1];
+        key += '-';
+        key += argv[2];
+    }
+    if (key == "query-understand" && argc > 3) {
+        const std::string action = argv[3];
+        if (action.rfind("--action=", 0) == 0) key += "-" + action.substr(9);
+    }
+
+    std::string value;
+    if (read_file(key + ".grandchild", value)) {
+        const double seconds = std::atof(value.c_str());
+        if (::fork() == 0) {
+            std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+            _exit(0);
+        }
+    }
+    if (read_file(key + ".sleep", value)) {
+        std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(value.c_str())));
+    }
+    if (read_file(key + ".flood", value)) {
+        const std::string chunk(std::strtoul(value.c_str(), nullptr, 10), 'x');
+        // Interleave so that a reader draining only one pipe deadlocks.
+        const std::size_t half = chunk.size() / 2;
+        write_all(2, chunk.substr(0, half));
+        write_all(1, chunk.substr(0, half));
+        write_all(2, chunk.substr(half));
+        write_all(1, chunk.substr(half));
+    }
+    if (read_file(key + ".stderr", value)) write_all(2, value);
+    if (read_file(key + ".stdout", value)) write_all(1, value);
+    int rc = 1;
+    if (read_file(key + ".rc", value)) rc = std::atoi(value.c_str());
+    return rc;
+}

@@ -1,0 +1,184 @@
+#include "harness.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+extern char** environ;
+
+namespace e2e {
+
+std::string read_file(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return "";
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void write_file(const fs::path& path, const std::string& content) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+}
+
+void HookTest::SetUp() {
+    char pattern[] = "/tmp/orvane-e2e-XXXXXX";
+    root_ = ::mkdtemp(pattern);
+    repo_ = root_ / "repo";
+    logs_ = root_ / "logs";
+    scenario_ = root_ / "scenario";
+    for (const auto& dir : {repo_, logs_, scenario_, root_ / "home"}) fs::create_directories(dir);
+}
+
+void HookTest::TearDown() {
+    std::error_code ignored;
+    fs::permissions(root_, fs::perms::owner_all, fs::perm_options::add, ignored);
+    fs::remove_all(root_, ignored);
+}
+
+HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& options) {
+    std::map<std::string, std::string> env = {
+        {"PATH", std::string(FAKE_HOST_DIR) + ":/usr/local/bin:/usr/bin:/bin"},
+        {"HOME", (root_ / "home").string()},
+        {"ORVANE_TAMBLO_LOG_DIR", logs_.string()},
+        {"FAKE_HOST_SCENARIO", scenario_.string()},
+        {"ORVANE_HOOK_DEBUG", "1"},
+        {"LANG", "C.UTF-8"},
+    };
+    if (const char* tz = std::getenv("TZ")) env["TZ"] = tz;
+    for (const auto& [name, value] : options.env) {
+        if (value) {
+            env[name] = *value;
+        } else {
+            env.erase(name);
+        }
+    }
+    std::vector<std::string> env_strings;
+    for (const auto& [name, value] : env) env_strings.push_back(name + "=" + value);
+
+    std::vector<std::string> argv_strings = {ORVANE_BINARY};
+    argv_strings.insert(argv_strings.end(), args.begin(), args.end());
+
+    const fs::path stdin_path = root_ / "stdin";
+    write_file(stdin_path, options.stdin_data);
+    int stdin_pipe[2] = {-1, -1};
+    if (options.stdin_never_closes && ::pipe(stdin_pipe) != 0) throw std::runtime_error("pipe");
+
+    int out_pipe[2], err_pipe[2];
+    if (::pipe(out_pipe) != 0 || ::pipe(err_pipe) != 0) throw std::runtime_error("pipe");
+
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        int in = options.stdin_never_closes ? stdin_pipe[0] : ::open(stdin_path.c_str(), O_RDONLY);
+        ::dup2(in, 0);
+        ::dup2(out_pipe[1], 1);
+        ::dup2(err_pipe[1], 2);
+        if (options.close_stdout) ::close(1);
+        for (int fd = 3; fd < 256; ++fd) ::close(fd);
+        if (::chdir((options.cwd ? *options.cwd : repo_).c_str()) != 0) _exit(126);
+        std::vector<char*> argv, envp;
+        for (auto& s : argv_strings) argv.push_back(s.data());
+        argv.push_back(nullptr);
+        for (auto& s : env_strings) envp.push_back(s.data());
+        envp.push_back(nullptr);
+        ::signal(SIGPIPE, SIG_DFL);
+        ::execve(argv[0], argv.data(), envp.data());
+        _exit(127);
+    }
+    ::close(out_pipe[1]);
+    ::close(err_pipe[1]);
+    if (options.stdin_never_closes) ::close(stdin_pipe[0]);
+
+    HookRun result;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
+    std::string* sinks[2] = {&result.out, &result.err};
+    int open_count = 2;
+    while (open_count > 0) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            ::kill(pid, SIGKILL);
+            ADD_FAILURE() << "hook run did not finish within 60 s";
+            break;
+        }
+        if (::poll(fds, 2, static_cast<int>(left.count())) < 0) continue;
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+            char buf[65536];
+            const ssize_t n = ::read(fds[i].fd, buf, sizeof buf);
+            if (n > 0) {
+                sinks[i]->append(buf, static_cast<std::size_t>(n));
+            } else {
+                ::close(fds[i].fd);
+                fds[i].fd = -1;
+                --open_count;
+            }
+        }
+    }
+    for (const auto& f : fds) {
+        if (f.fd >= 0) ::close(f.fd);
+    }
+    int wstatus = 0;
+    ::waitpid(pid, &wstatus, 0);
+    if (options.stdin_never_closes) ::close(stdin_pipe[1]);
+    if (WIFEXITED(wstatus)) result.status = WEXITSTATUS(wstatus);
+    if (WIFSIGNALED(wstatus)) result.signal = WTERMSIG(wstatus);
+    return result;
+}
+
+HookRun HookTest::hook(const std::string& name, const std::string& stdin_data,
+                       const std::vector<std::string>& extra_args) {
+    std::vector<std::string> args = {"hooks", name};
+    args.insert(args.end(), extra_args.begin(), extra_args.end());
+    RunOptions options;
+    options.stdin_data = stdin_data;
+    return run(args, options);
+}
+
+void HookTest::answer(const std::string& key, const std::string& stdout_text, int rc) {
+    scenario_file(key + ".stdout", stdout_text);
+    scenario_file(key + ".rc", std::to_string(rc));
+}
+
+void HookTest::scenario_file(const std::string& name, const std::string& content) {
+    write_file(scenario_ / name, content);
+}
+
+std::vector<std::vector<std::string>> HookTest::host_calls() const {
+    std::vector<std::vector<std::string>> calls;
+    std::vector<std::string> current;
+    std::string arg;
+    for (const char c : read_file(scenario_ / "calls.log")) {
+        if (c == '\x1f') {
+            current.push_back(arg);
+            arg.clear();
+        } else if (c == '\x1e') {
+            calls.push_back(current);
+            current.clear();
+        } else {
+            arg += c;
+        }
+    }
+    return calls;
+}
+
+std::string HookTest::debug_log() const { return read_file(logs_ / "hook_debug.log"); }
+
+std::string HookTest::host_log() const { return read_file(logs_ / "orvane-tamblo.log"); }
+
+std::vector<std::string> HookTest::debug_messages() const {
+    std::vector<std::string> messages;
+    std::istringstream in(debug_log());
+    std::string line;
+    while (std::getline(in, line)) messages.push_back(line.size() > 9 ? line.substr(9) : line);
+    return messages;
+}
+
+}  // namespace e2e

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace e2e {
+
+namespace fs = std::filesystem;
+
+struct HookRun {
+    std::string out;   // standard output, bytes
+    std::string err;   // standard error, bytes
+    int status = -1;   // exit status, or -1 when ended by a signal
+    int signal = 0;    // the signal that ended it, if any
+};
+
+struct RunOptions {
+    std::string stdin_data;
+    bool stdin_never_closes = false;  // stdin is a pipe the test keeps open
+    bool close_stdout = false;        // run with standard output closed (>&-)
+    // Overrides of the base environment; nullopt removes the variable.
+    std::map<std::string, std::optional<std::string>> env;
+    std::optional<fs::path> cwd;      // default: the fixture's repository directory
+};
+
+// A temporary repository, log directory and fake-host scenario for each test. Hooks run as
+// build/orvane-tamblo by absolute path, with the fake host first on PATH.
+class HookTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    HookRun run(const std::vector<std::string>& args, const RunOptions& options = {});
+    HookRun hook(const std::string& name, const std::string& stdin_data,
+                 const std::vector<std::string>& extra_args = {});
+
+    // Makes the fake host answer calls with `key` (see fake_host.cpp).
+    void answer(const std::string& key, const std::string& stdout_text, int rc = 0);
+    void scenario_file(const std::string& name, const std::string& content);
+
+    // Every call the fake host received, each as its argument vector without argv[0].
+    std::vector<std::vector<std::string>> host_calls() const;
+
+    std::string debug_log() const;  // hook_debug.log, "" when missing
+    std::string host_log() const;   // orvane-tamblo.log, "" when missing
+    // The debug-log lines without their "HH:MM:SS " prefix.
+    std::vector<std::string> debug_messages() const;
+
+    fs::path root_;      // everything of this test
+    fs::path repo_;      // the working directory of hook runs
+    fs::path logs_;      // ORVANE_TAMBLO_LOG_DIR
+    fs::path scenario_;  // FAKE_HOST_SCENARIO
+};
+
+std::string read_file(const fs::path& path);
+void write_file(const fs::path& path, const std::string& content);
+
+}  // namespace e2e
