@@ -59,8 +59,11 @@ int main(int argc, char** argv) {
         key += argv[2];
     }
     if (key == "query-understand" && argc > 3) {
-        const std::string action = argv[3];
-        if (action.rfind("--action=", 0) == 0) key += "-" + action.substr(9);
+        const std::string_view action = argv[3];
+        if (action.starts_with("--action=")) {
+            key += '-';
+            key += action.substr(9);
+        }
     }
 
     std::string value;
