@@ -17,13 +17,15 @@ TEST(JsonValueTest, TruthOfEveryKind) {
         const char* json;
         bool expected;
     } rows[] = {
-        {"null", false},  {"false", false},   {"true", true},     {"0", false},
-        {"0.0", false},   {"-0.0", false},    {"1", true},        {"-1", true},
-        {"0.5", true},    {"1e-300", true},   {R"("")", false},   {R"("0")", true},
-        {R"(" ")", true}, {"[]", false},      {"[0]", true},      {"{}", false},
-        {R"({"a":0})", true}, {"18446744073709551615", true},
+        {"null", false},  {"false", false},     {"true", true},
+        {"0", false},     {"0.0", false},       {"-0.0", false},
+        {"1", true},      {"-1", true},         {"0.5", true},
+        {"1e-300", true}, {R"("")", false},     {R"("0")", true},
+        {R"(" ")", true}, {"[]", false},        {"[0]", true},
+        {"{}", false},    {R"({"a":0})", true}, {"18446744073709551615", true},
     };
-    for (const auto& row : rows) EXPECT_EQ(support::truthy(parse_json(row.json)), row.expected) << row.json;
+    for (const auto& row : rows)
+        EXPECT_EQ(support::truthy(parse_json(row.json)), row.expected) << row.json;
     EXPECT_FALSE(support::truthy(static_cast<const Json*>(nullptr)));
 }
 
@@ -32,12 +34,13 @@ TEST(JsonValueTest, PlainTextOfScalars) {
         const char* json;
         const char* expected;
     } rows[] = {
-        {R"("hi")", "hi"},         {R"("")", ""},       {R"("\u00e9 'q'")", "\xC3\xA9 'q'"},
-        {"42", "42"},              {"-7", "-7"},        {"1.0", "1.0"},
-        {"1e100", "1e+100"},       {"2.5", "2.5"},      {"true", "True"},
-        {"false", "False"},        {"null", "None"},    {"18446744073709551615", "18446744073709551615"},
+        {R"("hi")", "hi"},   {R"("")", ""},    {R"("\u00e9 'q'")", "\xC3\xA9 'q'"},
+        {"42", "42"},        {"-7", "-7"},     {"1.0", "1.0"},
+        {"1e100", "1e+100"}, {"2.5", "2.5"},   {"true", "True"},
+        {"false", "False"},  {"null", "None"}, {"18446744073709551615", "18446744073709551615"},
     };
-    for (const auto& row : rows) EXPECT_EQ(support::plain_text(parse_json(row.json)), row.expected) << row.json;
+    for (const auto& row : rows)
+        EXPECT_EQ(support::plain_text(parse_json(row.json)), row.expected) << row.json;
 }
 
 TEST(JsonValueTest, PlainTextOfContainersIsBracketed) {
