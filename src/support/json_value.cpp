@@ -128,6 +128,8 @@ bool truthy(const Json& value) {
         case Json::value_t::number_float:
             return value.get<double>() != 0.0;
         case Json::value_t::string:
+            // The library's empty() is false for every string; the text's own length decides.
+            return !value.get_ref<const std::string&>().empty();
         case Json::value_t::array:
         case Json::value_t::object:
             return !value.empty();
