@@ -6,6 +6,7 @@
 
 #include "cli_hooks/command/debug_log.hpp"
 #include "cli_hooks/handlers/notices.hpp"
+#include "cli_hooks/handlers/session_start.hpp"
 #include "platform/io.hpp"
 
 namespace cli_hooks {
@@ -17,12 +18,14 @@ constexpr const char* kUsage =
     "persist-learnings|save-compact|inject-context|log-conversation|finalize}\n";
 
 constexpr std::array<HookSpec, 11> kHooks = {{
-    {"session-start", "Load AI cache context at session start", "claude", nullptr},
-    {"restore-compact", "Restore AI cache context after compaction", "claude", nullptr},
+    {"session-start", "Load AI cache context at session start", "claude",
+     [](const HookArgs& args) { return hook_session_start(args); }},
+    {"restore-compact", "Restore AI cache context after compaction", "claude",
+     hook_restore_compact},
     {"check-cache", "Point to cached understanding before reading a file (recall hint)", "claude",
      nullptr},
-    {"refresh-cache", "Remind to refresh stale cached understanding after editing a file",
-     "claude", nullptr},
+    {"refresh-cache", "Remind to refresh stale cached understanding after editing a file", "claude",
+     nullptr},
     {"suggest-tamblo", "Nudge toward semantic search when grep looks like symbol discovery",
      "claude", nullptr},
     {"remind-store", "Remind to store understanding after reading/editing a file", "claude",
@@ -38,8 +41,8 @@ void report_failure(std::string_view hook_cmd, std::string_view description) {
     std::string name(hook_cmd);
     _hook_debug_log("hook " + name + " EXCEPTION: " + std::string(description));
     try {
-        platform::write_stderr("orvane-tamblo hook " + name + " error: " + std::string(description) +
-                               "\n");
+        platform::write_stderr("orvane-tamblo hook " + name +
+                               " error: " + std::string(description) + "\n");
     } catch (...) {
         // Nowhere left to report to; the status still says the hook is fine.
     }
@@ -47,7 +50,9 @@ void report_failure(std::string_view hook_cmd, std::string_view description) {
 
 }  // namespace
 
-std::span<const HookSpec> hook_table() { return kHooks; }
+std::span<const HookSpec> hook_table() {
+    return kHooks;
+}
 
 int _run_guarded(std::string_view hook_cmd, HookHandler handler, const HookArgs& args) {
     try {
