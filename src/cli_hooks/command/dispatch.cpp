@@ -5,6 +5,7 @@
 #include <string>
 
 #include "cli_hooks/command/debug_log.hpp"
+#include "cli_hooks/handlers/file_hints.hpp"
 #include "cli_hooks/handlers/notices.hpp"
 #include "cli_hooks/handlers/session_start.hpp"
 #include "platform/io.hpp"
@@ -23,13 +24,13 @@ constexpr std::array<HookSpec, 11> kHooks = {{
     {"restore-compact", "Restore AI cache context after compaction", "claude",
      hook_restore_compact},
     {"check-cache", "Point to cached understanding before reading a file (recall hint)", "claude",
-     nullptr},
+     hook_check_cache},
     {"refresh-cache", "Remind to refresh stale cached understanding after editing a file", "claude",
-     nullptr},
+     hook_refresh_cache},
     {"suggest-tamblo", "Nudge toward semantic search when grep looks like symbol discovery",
      "claude", nullptr},
     {"remind-store", "Remind to store understanding after reading/editing a file", "claude",
-     nullptr},
+     hook_remind_store},
     {"persist-learnings", "Persist learnings before session ends", "claude", nullptr},
     {"save-compact", "Remind to save context before compaction", "claude", hook_save_compact},
     {"inject-context", "Inject AI cache context before prompt (Windsurf)", "windsurf", nullptr},

@@ -1,0 +1,81 @@
+#include "cli_hooks/command/file_path.hpp"
+
+#include <stdexcept>
+
+#include "cli_hooks/command/debug_log.hpp"
+#include "platform/os_error.hpp"
+#include "platform/path.hpp"
+#include "support/json_value.hpp"
+
+namespace cli_hooks {
+
+namespace {
+
+// The path member of each agent's input, in the order they are tried.
+const Json* find_candidate(const HookInput& data) {
+    const auto nested = [&](std::string_view outer) -> const Json* {
+        const Json* object = support::member(data, outer);
+        if (object == nullptr) return nullptr;
+        return support::member(*object, "file_path");
+    };
+    if (const Json* v = nested("tool_input"); support::truthy(v)) return v;
+    if (const Json* v = support::member(data, "file_path"); support::truthy(v)) return v;
+    if (const Json* v = nested("tool_info"); support::truthy(v)) return v;
+    if (const Json* v = support::member(data, "toolArgs"); support::truthy(v)) return v;
+    if (const Json* v = support::member(data, "filePath"); support::truthy(v)) return v;
+    return nullptr;
+}
+
+// Whether `path` is `dir` or lies below it, compared whole component by component, so that
+// /repo2 is not inside /repo.
+bool is_within(const platform::PathParts& dir, const platform::PathParts& path) {
+    if (dir.root != path.root || dir.parts.size() > path.parts.size()) return false;
+    for (std::size_t i = 0; i < dir.parts.size(); ++i) {
+        if (dir.parts[i] != path.parts[i]) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<std::string> extract_file_path(const HookInput& data) {
+    const Json* candidate = find_candidate(data);
+    if (candidate == nullptr) return std::nullopt;
+    const std::string raw = support::plain_text(*candidate);
+    try {
+        const std::string normalized = platform::canonical_path(raw);
+        const std::string cwd = platform::canonical_path(platform::current_directory());
+        if (!is_within(platform::split_path(platform::normal_case(cwd)),
+                       platform::split_path(platform::normal_case(normalized)))) {
+            _hook_debug_log("extract_file_path rejected (outside cwd): " + normalized);
+            return std::nullopt;
+        }
+        return normalized;
+    } catch (const platform::OsError& e) {
+        _hook_debug_log(std::string("extract_file_path validation failed: ") + e.what());
+    } catch (const std::invalid_argument& e) {
+        _hook_debug_log(std::string("extract_file_path validation failed: ") + e.what());
+    }
+    return std::nullopt;
+}
+
+std::string get_relative_path(const std::string& file_path) {
+    const platform::PathParts path = platform::split_path(file_path);
+    if (path.root.empty()) return file_path;
+    const std::string cwd_text = platform::current_directory();
+    const platform::PathParts cwd = platform::split_path(cwd_text);
+    if (!is_within(cwd, path)) {
+        _hook_debug_log("get_relative_path: not under cwd, using as-is ('" + file_path +
+                        "' is not in the subpath of '" + cwd_text + "')");
+        return file_path;
+    }
+    if (path.parts.size() == cwd.parts.size()) return ".";
+    std::string relative;
+    for (std::size_t i = cwd.parts.size(); i < path.parts.size(); ++i) {
+        if (!relative.empty()) relative += '/';
+        relative += path.parts[i];
+    }
+    return relative;
+}
+
+}  // namespace cli_hooks

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace platform {
+
+// A path taken apart lexically: its root ("/" here, a drive and separator on Windows, "" for a
+// relative path) and its components, with empty and "." components dropped and ".." kept.
+struct PathParts {
+    std::string root;
+    std::vector<std::string> parts;
+};
+PathParts split_path(std::string_view path);
+
+// The process's working directory as the system reports it. Throws OsError.
+std::string current_directory();
+
+// The absolute form of `path` (relative to the working directory) with ".", ".." and repeated
+// separators resolved and symbolic links resolved in every part that exists; parts that do not
+// exist stay as written. Throws OsError for a link loop or a part that cannot be inspected, and
+// std::invalid_argument for a path holding a NUL character.
+std::string canonical_path(std::string_view path);
+
+// The platform's normal case form for comparing paths (unchanged on POSIX systems).
+std::string normal_case(std::string_view path);
+
+}  // namespace platform
