@@ -12,10 +12,14 @@ namespace {
 
 const char* level_name(LogLevel level) {
     switch (level) {
-        case LogLevel::debug: return "DEBUG";
-        case LogLevel::info: return "INFO";
-        case LogLevel::warning: return "WARNING";
-        case LogLevel::error: return "ERROR";
+        case LogLevel::debug:
+            return "DEBUG";
+        case LogLevel::info:
+            return "INFO";
+        case LogLevel::warning:
+            return "WARNING";
+        case LogLevel::error:
+            return "ERROR";
     }
     return "ERROR";
 }
@@ -33,7 +37,8 @@ bool debug_enabled() {
 std::string get_log_dir() {
     if (auto dir = platform::get_env("ORVANE_TAMBLO_LOG_DIR"); dir && !dir->empty()) return *dir;
     std::string base;
-    if (auto state = platform::get_env("XDG_STATE_HOME"); state && !state->empty() && (*state)[0] == '/') {
+    if (auto state = platform::get_env("XDG_STATE_HOME");
+        state && !state->empty() && (*state)[0] == '/') {
         base = *state;
     } else {
         const auto home = platform::get_env("HOME");

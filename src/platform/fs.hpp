@@ -14,6 +14,13 @@ void append_file(const std::string& path, std::string_view data);
 // of that kind is there. Throws OsError when it exists but cannot be read.
 std::optional<std::string> read_regular_file(const std::string& path);
 
+// Replaces the whole content of `path`, creating the file when missing. Throws OsError.
+void write_file(const std::string& path, std::string_view data);
+
+// Whether `path` is a regular file (links followed). A missing file, a dangling link, a link loop
+// or a path through a non-directory is simply not one; any other failure throws OsError.
+bool is_regular_file(const std::string& path);
+
 // Creates `path` and its missing parents. Throws OsError.
 void create_directories(const std::string& path);
 

@@ -7,11 +7,11 @@ namespace platform {
 
 // A failure reported by the operating system, described as "<what>: <system's text>".
 class OsError : public std::runtime_error {
-public:
+  public:
     OsError(const std::string& what, int code);
     int code() const { return code_; }
 
-private:
+  private:
     int code_;
 };
 

@@ -20,7 +20,7 @@ class DepthLimitedBuilder : public nlohmann::detail::json_sax_dom_parser<Json> {
         }
     }
 
-public:
+  public:
     explicit DepthLimitedBuilder(Json& root) : Base(root, true) {}
     bool start_object(std::size_t n) {
         enter();
@@ -100,7 +100,8 @@ void append_repr(std::string& out, const Json& value, std::size_t depth) {
 }  // namespace
 
 Json parse_json(std::string_view text) {
-    // The library would skip a leading byte-order mark on its own; a document never starts with one.
+    // The library would skip a leading byte-order mark on its own; a document never starts with
+    // one.
     if (text.starts_with("\xEF\xBB\xBF")) {
         throw JsonParseError("unexpected byte-order mark at the start of the JSON text");
     }
@@ -171,15 +172,23 @@ std::string plain_text(const Json& value) {
 
 const char* type_name(const Json& value) {
     switch (value.type()) {
-        case Json::value_t::null: return "NoneType";
-        case Json::value_t::boolean: return "bool";
+        case Json::value_t::null:
+            return "NoneType";
+        case Json::value_t::boolean:
+            return "bool";
         case Json::value_t::number_integer:
-        case Json::value_t::number_unsigned: return "int";
-        case Json::value_t::number_float: return "float";
-        case Json::value_t::string: return "str";
-        case Json::value_t::array: return "list";
-        case Json::value_t::object: return "dict";
-        default: return "binary";
+        case Json::value_t::number_unsigned:
+            return "int";
+        case Json::value_t::number_float:
+            return "float";
+        case Json::value_t::string:
+            return "str";
+        case Json::value_t::array:
+            return "list";
+        case Json::value_t::object:
+            return "dict";
+        default:
+            return "binary";
     }
 }
 

@@ -10,13 +10,13 @@ namespace support {
 // before one final line feed), compiled on its first match rather than at start-up. Declare
 // instances constinit: construction does no work and nothing is freed at exit.
 class Regex {
-public:
+  public:
     constexpr explicit Regex(const char* pattern) : pattern_(pattern) {}
 
     // Whether the pattern matches `subject` starting at its first character.
     bool match(std::string_view subject);
 
-private:
+  private:
     const char* pattern_;
     pcre2_real_code_8* code_ = nullptr;
 };

@@ -41,7 +41,8 @@ std::optional<std::string> utf8_error(std::string_view bytes) {
         const std::size_t len = sequence_length(bytes, i);
         if (len == 0) {
             char buf[96];
-            std::snprintf(buf, sizeof buf, "invalid UTF-8: cannot decode byte 0x%02x at position %zu",
+            std::snprintf(buf, sizeof buf,
+                          "invalid UTF-8: cannot decode byte 0x%02x at position %zu",
                           static_cast<unsigned char>(bytes[i]), i);
             return std::string(buf);
         }
@@ -51,7 +52,9 @@ std::optional<std::string> utf8_error(std::string_view bytes) {
 }
 
 char32_t next_code_point(std::string_view text, std::size_t& pos) {
-    const auto b = [&](std::size_t k) { return static_cast<char32_t>(static_cast<unsigned char>(text[k])); };
+    const auto b = [&](std::size_t k) {
+        return static_cast<char32_t>(static_cast<unsigned char>(text[k]));
+    };
     const char32_t b0 = b(pos);
     if (b0 < 0x80) {
         pos += 1;
@@ -112,14 +115,40 @@ std::string_view cut_code_points(std::string_view text, std::size_t max_code_poi
 
 bool is_unicode_space(char32_t cp) {
     switch (cp) {
-        case 0x09: case 0x0A: case 0x0B: case 0x0C: case 0x0D:
-        case 0x1C: case 0x1D: case 0x1E: case 0x1F: case 0x20:
-        case 0x85: case 0xA0: case 0x1680:
-        case 0x2028: case 0x2029: case 0x202F: case 0x205F: case 0x3000:
+        case 0x09:
+        case 0x0A:
+        case 0x0B:
+        case 0x0C:
+        case 0x0D:
+        case 0x1C:
+        case 0x1D:
+        case 0x1E:
+        case 0x1F:
+        case 0x20:
+        case 0x85:
+        case 0xA0:
+        case 0x1680:
+        case 0x2028:
+        case 0x2029:
+        case 0x202F:
+        case 0x205F:
+        case 0x3000:
             return true;
         default:
             return cp >= 0x2000 && cp <= 0x200A;
     }
+}
+
+std::string_view trim_unicode_space(std::string_view text) {
+    std::size_t begin = 0;
+    for (std::size_t pos = 0; pos < text.size(); begin = pos) {
+        if (!is_unicode_space(next_code_point(text, pos))) break;
+    }
+    std::size_t end = begin;
+    for (std::size_t pos = begin; pos < text.size();) {
+        if (!is_unicode_space(next_code_point(text, pos))) end = pos;
+    }
+    return text.substr(begin, end - begin);
 }
 
 bool is_blank(std::string_view text) {

@@ -24,6 +24,9 @@ std::string_view cut_code_points(std::string_view text, std::size_t max_code_poi
 // White space in the Unicode sense (what a Unicode-aware isspace() accepts), not only JSON's.
 bool is_unicode_space(char32_t cp);
 
+// Valid UTF-8 `text` without the Unicode white space at its two ends.
+std::string_view trim_unicode_space(std::string_view text);
+
 // True when valid UTF-8 `text` is empty or holds nothing but Unicode white space.
 bool is_blank(std::string_view text);
 

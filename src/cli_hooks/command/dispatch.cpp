@@ -6,7 +6,9 @@
 
 #include "cli_hooks/command/debug_log.hpp"
 #include "cli_hooks/handlers/file_hints.hpp"
+#include "cli_hooks/handlers/history.hpp"
 #include "cli_hooks/handlers/notices.hpp"
+#include "cli_hooks/handlers/nudge.hpp"
 #include "cli_hooks/handlers/session_start.hpp"
 #include "platform/io.hpp"
 
@@ -28,14 +30,16 @@ constexpr std::array<HookSpec, 11> kHooks = {{
     {"refresh-cache", "Remind to refresh stale cached understanding after editing a file", "claude",
      hook_refresh_cache},
     {"suggest-tamblo", "Nudge toward semantic search when grep looks like symbol discovery",
-     "claude", nullptr},
+     "claude", hook_suggest_tamblo},
     {"remind-store", "Remind to store understanding after reading/editing a file", "claude",
      hook_remind_store},
-    {"persist-learnings", "Persist learnings before session ends", "claude", nullptr},
+    {"persist-learnings", "Persist learnings before session ends", "claude",
+     hook_persist_learnings},
     {"save-compact", "Remind to save context before compaction", "claude", hook_save_compact},
-    {"inject-context", "Inject AI cache context before prompt (Windsurf)", "windsurf", nullptr},
-    {"log-conversation", "Log conversation turn to history", "claude", nullptr},
-    {"finalize", "Finalize conversation session on stop", "claude", nullptr},
+    {"inject-context", "Inject AI cache context before prompt (Windsurf)", "windsurf",
+     hook_inject_context},
+    {"log-conversation", "Log conversation turn to history", "claude", hook_log_conversation},
+    {"finalize", "Finalize conversation session on stop", "claude", hook_finalize},
 }};
 
 void report_failure(std::string_view hook_cmd, std::string_view description) {
@@ -73,7 +77,7 @@ int cmd_hooks(const HookArgs& args) {
     _hook_debug_log("cmd_hooks called: hook_cmd=" + (hook_cmd ? *hook_cmd : std::string("None")));
     if (hook_cmd && !hook_cmd->empty()) {
         for (const auto& hook : kHooks) {
-            if (hook.name == *hook_cmd && hook.handler != nullptr) {
+            if (hook.name == *hook_cmd) {
                 return _run_guarded(*hook_cmd, hook.handler, args);
             }
         }

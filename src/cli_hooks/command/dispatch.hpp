@@ -11,7 +11,7 @@ struct HookSpec {
     std::string_view name;
     const char* help;
     const char* agent_default;
-    HookHandler handler;  // nullptr while the hook has no handler yet
+    HookHandler handler;
 };
 
 // The eleven hooks in registration order: the one list of them.

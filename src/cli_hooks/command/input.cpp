@@ -19,7 +19,9 @@ constinit support::Regex _SESSION_ID_PATTERN{"^[a-zA-Z0-9_-]+$"};
 
 }  // namespace
 
-HookInput read_json_input() { return parse_hook_input(platform::read_stdin()); }
+HookInput read_json_input() {
+    return parse_hook_input(platform::read_stdin());
+}
 
 HookInput parse_hook_input(std::string_view bytes) {
     if (auto error = support::utf8_error(bytes)) {

@@ -16,7 +16,8 @@ constexpr const char* inject_agent_help =
 }  // namespace
 
 HooksCommand::HooksCommand(CLI::App& subparsers) {
-    hooks_ = subparsers.add_subcommand("hooks", "AI agent hook handlers (used by hook configurations)");
+    hooks_ =
+        subparsers.add_subcommand("hooks", "AI agent hook handlers (used by hook configurations)");
     hooks_->description(
         "AI agent hook handlers (used by hook configurations).\n"
         "Native hook handlers for AI coding agents: each reads one JSON object from standard input "
@@ -38,7 +39,9 @@ HooksCommand::HooksCommand(CLI::App& subparsers) {
     }
 }
 
-bool HooksCommand::chosen() const { return hooks_->parsed(); }
+bool HooksCommand::chosen() const {
+    return hooks_->parsed();
+}
 
 HookArgs HooksCommand::args() const {
     HookArgs args;

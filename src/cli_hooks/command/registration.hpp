@@ -15,12 +15,12 @@ namespace cli_hooks {
 // The `hooks` command as registered in the host's parser; after parsing it knows whether it was
 // chosen and which arguments it was given.
 class HooksCommand {
-public:
+  public:
     explicit HooksCommand(CLI::App& subparsers);
     bool chosen() const;
     HookArgs args() const;
 
-private:
+  private:
     CLI::App* hooks_;
     std::array<CLI::App*, 11> subcommands_{};
     std::array<std::string, 11> agents_;

@@ -8,6 +8,7 @@
 #include "cli_hooks/query/runner.hpp"
 #include "host/setup/config.hpp"
 #include "support/json_value.hpp"
+#include "support/text.hpp"
 
 namespace cli_hooks {
 
@@ -106,12 +107,7 @@ int hook_session_start(const HookArgs& args, const std::optional<std::string>& f
     }
     sections.push_back(cache_section(get_understanding_stats(20, true)));
 
-    std::string context;
-    for (std::size_t i = 0; i < sections.size(); ++i) {
-        if (i > 0) context += "\n\n";
-        context += sections[i];
-    }
-    output_response(agent, "SessionStart", context);
+    output_response(agent, "SessionStart", support::join(sections, "\n\n"));
     return 0;
 }
 

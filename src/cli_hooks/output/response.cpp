@@ -15,7 +15,9 @@ namespace {
 constexpr std::array<std::string_view, 5> _CLAUDE_CONTEXT_EVENTS = {
     "SessionStart", "Stop", "PreToolUse", "UserPromptSubmit", "PostToolUse"};
 
-bool has_reason(std::optional<std::string_view> reason) { return reason && !reason->empty(); }
+bool has_reason(std::optional<std::string_view> reason) {
+    return reason && !reason->empty();
+}
 
 std::string lower(std::string_view text) {
     std::string out;
@@ -23,7 +25,9 @@ std::string lower(std::string_view text) {
     return out;
 }
 
-std::string json_line(const Json& response) { return support::to_json_text(response) + "\n"; }
+std::string json_line(const Json& response) {
+    return support::to_json_text(response) + "\n";
+}
 
 std::string _output_claude(std::string_view event_name, std::string_view context, bool block,
                            std::optional<std::string_view> reason) {

@@ -4,6 +4,7 @@
 
 #include "cli_hooks/query/runner.hpp"
 #include "support/json_value.hpp"
+#include "support/text.hpp"
 #include "support/utf8.hpp"
 
 namespace cli_hooks {
@@ -80,12 +81,7 @@ std::optional<std::string> get_conversation_context() {
     }
     if (sections.empty()) return std::nullopt;
 
-    std::string summary;
-    for (std::size_t i = 0; i < sections.size(); ++i) {
-        if (i > 0) summary += '\n';
-        summary += sections[i];
-    }
-    return summary;
+    return support::join(sections, "\n");
 }
 
 }  // namespace cli_hooks

@@ -33,6 +33,15 @@ std::optional<Json> _run_query_json(const std::vector<std::string>& cmd, int tim
     return answer;
 }
 
+std::optional<std::string> _run_host_command(const std::vector<std::string>& cmd, int timeout) {
+    try {
+        platform::run_process(cmd, std::chrono::seconds(timeout));
+    } catch (const platform::ProcessError& e) {
+        return e.what();
+    }
+    return std::nullopt;
+}
+
 std::optional<Json> get_understanding_stats(int limit, bool include_fresh) {
     std::vector<std::string> command = {"orvane-tamblo", "query", "understand", "--action=stats",
                                         "--limit=" + std::to_string(limit)};

@@ -16,6 +16,10 @@ using support::Json;
 // is not one JSON document. The child's standard error is never looked at.
 std::optional<Json> _run_query_json(const std::vector<std::string>& cmd, int timeout);
 
+// Runs a host command whose answer nobody reads (its output and status are discarded). Returns
+// the description of a failure to start it or to finish within `timeout` seconds, else nullopt.
+std::optional<std::string> _run_host_command(const std::vector<std::string>& cmd, int timeout);
+
 // `query understand --action=stats`: the statistics object, or nullopt.
 std::optional<Json> get_understanding_stats(int limit = 50, bool include_fresh = true);
 

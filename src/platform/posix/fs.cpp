@@ -22,7 +22,7 @@ void append_file(const std::string& path, std::string_view data) {
 }
 
 std::optional<std::string> read_regular_file(const std::string& path) {
-    struct stat st{};
+    struct stat st {};
     if (::stat(path.c_str(), &st) != 0) {
         if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
         throw OsError("cannot inspect " + path, errno);
@@ -47,6 +47,29 @@ std::optional<std::string> read_regular_file(const std::string& path) {
     return data;
 }
 
+void write_file(const std::string& path, std::string_view data) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) throw OsError("cannot open " + path, errno);
+    while (!data.empty()) {
+        const ssize_t n = ::write(fd, data.data(), data.size());
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            const int write_errno = errno;
+            ::close(fd);
+            throw OsError("cannot write " + path, write_errno);
+        }
+        data.remove_prefix(static_cast<std::size_t>(n));
+    }
+    if (::close(fd) != 0) throw OsError("cannot write " + path, errno);
+}
+
+bool is_regular_file(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) == 0) return S_ISREG(st.st_mode);
+    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) return false;
+    throw OsError("cannot inspect " + path, errno);
+}
+
 void create_directories(const std::string& path) {
     for (std::size_t pos = 1; pos <= path.size(); ++pos) {
         if (pos != path.size() && path[pos] != '/') continue;
@@ -55,7 +78,7 @@ void create_directories(const std::string& path) {
             throw OsError("cannot create directory " + prefix, errno);
         }
     }
-    struct stat st{};
+    struct stat st {};
     if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
         throw OsError("cannot create directory " + path, ENOTDIR);
     }

@@ -53,8 +53,12 @@ std::string read_stdin() {
     }
 }
 
-void write_stdout(std::string_view data) { write_all(STDOUT_FILENO, data, "standard output"); }
+void write_stdout(std::string_view data) {
+    write_all(STDOUT_FILENO, data, "standard output");
+}
 
-void write_stderr(std::string_view data) { write_all(STDERR_FILENO, data, "standard error"); }
+void write_stderr(std::string_view data) {
+    write_all(STDERR_FILENO, data, "standard error");
+}
 
 }  // namespace platform

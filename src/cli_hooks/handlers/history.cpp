@@ -1,0 +1,97 @@
+#include "cli_hooks/handlers/history.hpp"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli_hooks/command/debug_log.hpp"
+#include "cli_hooks/command/input.hpp"
+#include "cli_hooks/query/runner.hpp"
+#include "host/logging_setup.hpp"
+#include "support/json_text.hpp"
+#include "support/json_value.hpp"
+#include "support/utf8.hpp"
+
+namespace cli_hooks {
+
+namespace {
+
+constexpr const char* kLogger = "orvane_tamblo.cli_hooks";
+constexpr std::size_t kToolNameLimit = 1000;
+
+// The session id the host may be given: empty means none; a wrong kind of value throws.
+std::optional<std::string> session_id_of(const HookInput& data) {
+    const Json* raw = support::member(data, "session_id");
+    if (!support::truthy(raw)) return std::nullopt;
+    return validate_session_id(raw);
+}
+
+std::vector<std::string> host_command(const char* verb,
+                                      const std::optional<std::string>& session_id) {
+    std::vector<std::string> cmd = {"orvane-tamblo", "conversation", verb};
+    if (session_id) cmd.push_back("--session-id=" + *session_id);
+    return cmd;
+}
+
+// A tool's input or result as our JSON text, cut like any other text argument.
+void append_json_argument(std::vector<std::string>& cmd, const char* option, const Json* value) {
+    if (!support::truthy(value)) return;
+    cmd.emplace_back(option);
+    cmd.emplace_back(
+        support::cut_code_points(support::to_json_text(*value), _DEFAULT_STRING_LIMIT));
+}
+
+const char* status_for(const Json* reason) {
+    if (reason == nullptr) return "completed";
+    if (reason->is_array() || reason->is_object()) {
+        throw support::TypeError(std::string("unhashable type: '") + support::type_name(*reason) +
+                                 "'");
+    }
+    if (*reason == "compact" || *reason == "compacted") return "compacted";
+    return "completed";
+}
+
+}  // namespace
+
+int hook_log_conversation(const HookArgs& args) {
+    const HookInput data = read_json_input();
+    std::vector<std::string> cmd = host_command("log-turn", session_id_of(data));
+
+    if (args.turn_type == "user") {
+        const Json* prompt = support::member(data, "user_prompt");
+        if (!support::truthy(prompt)) prompt = support::member(data, "prompt");
+        if (!support::truthy(prompt)) return 0;
+        cmd.insert(cmd.end(), {"--type", "user", "--prompt", _validate_string_input(prompt)});
+    } else if (args.turn_type == "tool") {
+        const Json* tool_name = support::member(data, "tool_name");
+        if (!support::truthy(tool_name)) return 0;
+        cmd.insert(cmd.end(), {"--type", "tool", "--tool-name",
+                               _validate_string_input(tool_name, kToolNameLimit)});
+        append_json_argument(cmd, "--tool-input", support::member(data, "tool_input"));
+        append_json_argument(cmd, "--tool-result", support::member(data, "tool_result"));
+    } else {
+        return 0;
+    }
+
+    // A turn that cannot be recorded is dropped; the agent is never told.
+    if (const auto failure = _run_host_command(cmd, 5)) {
+        host::log_record(host::LogLevel::warning, kLogger,
+                         "Conversation logging error: " + *failure);
+        _hook_debug_log("hook_log_conversation subprocess failed: " + *failure);
+    }
+    return 0;
+}
+
+int hook_finalize(const HookArgs& /*args*/) {
+    const HookInput data = read_json_input();
+    std::vector<std::string> cmd = host_command("finalize", session_id_of(data));
+    cmd.push_back(std::string("--status=") + status_for(support::member(data, "reason")));
+
+    if (const auto failure = _run_host_command(cmd, 10)) {
+        host::log_record(host::LogLevel::debug, kLogger, "hook_finalize failed", *failure);
+        _hook_debug_log("hook_finalize subprocess failed: " + *failure);
+    }
+    return 0;
+}
+
+}  // namespace cli_hooks
