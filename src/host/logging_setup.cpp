@@ -5,6 +5,7 @@
 #include "platform/clock.hpp"
 #include "platform/env.hpp"
 #include "platform/fs.hpp"
+#include "support/text.hpp"
 
 namespace host {
 
@@ -26,10 +27,7 @@ const char* level_name(LogLevel level) {
 
 bool debug_enabled() {
     const auto value = platform::get_env("ORVANE_TAMBLO_LOG_LEVEL");
-    if (!value) return false;
-    std::string lower;
-    for (const char c : *value) lower += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
-    return lower == "debug";
+    return value && support::ascii_lower(*value) == "debug";
 }
 
 }  // namespace

@@ -6,6 +6,9 @@
 
 namespace support {
 
+// `text` with ASCII letters in lower case; other bytes unchanged.
+std::string ascii_lower(std::string_view text);
+
 // The parts with `separator` between neighbours and nothing before the first or after the last.
 std::string join(const std::vector<std::string>& parts, std::string_view separator);
 

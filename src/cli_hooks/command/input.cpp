@@ -4,6 +4,7 @@
 #include "platform/io.hpp"
 #include "support/json_value.hpp"
 #include "support/regex.hpp"
+#include "support/text.hpp"
 #include "support/utf8.hpp"
 
 namespace cli_hooks {
@@ -47,8 +48,7 @@ HookInput parse_hook_input(std::string_view bytes) {
 }
 
 AgentKind get_agent(const HookArgs& args) {
-    std::string agent;
-    for (const char c : args.agent) agent += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    const std::string agent = support::ascii_lower(args.agent);
     if (agent == "copilot" || agent == "github") return AGENT_COPILOT;
     if (agent == AGENT_CURSOR) return AGENT_CURSOR;
     if (agent == AGENT_WINDSURF) return AGENT_WINDSURF;

@@ -5,6 +5,7 @@
 #include "cli_hooks/command/input.hpp"
 #include "platform/io.hpp"
 #include "support/json_text.hpp"
+#include "support/text.hpp"
 
 namespace cli_hooks {
 
@@ -17,12 +18,6 @@ constexpr std::array<std::string_view, 5> _CLAUDE_CONTEXT_EVENTS = {
 
 bool has_reason(std::optional<std::string_view> reason) {
     return reason && !reason->empty();
-}
-
-std::string lower(std::string_view text) {
-    std::string out;
-    for (const char c : text) out += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
-    return out;
 }
 
 std::string json_line(const Json& response) {
@@ -57,7 +52,7 @@ std::string _output_copilot(std::string_view event_name, std::string_view contex
         response["action"] = "deny";
         if (has_reason(reason)) response["reason"] = *reason;
     } else {
-        const std::string event = lower(event_name);
+        const std::string event = support::ascii_lower(event_name);
         if (event == "pretooluse" || event == "pre_tool_use") response["action"] = "approve";
     }
     return json_line(response);
