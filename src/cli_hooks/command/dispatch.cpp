@@ -20,7 +20,7 @@ constexpr const char* kUsage =
     "Usage: orvane-tamblo hooks {session-start|restore-compact|check-cache|remind-store|"
     "persist-learnings|save-compact|inject-context|log-conversation|finalize}\n";
 
-constexpr std::array<HookSpec, 11> kHooks = {{
+constexpr std::array<HookSpec, kHookCount> kHooks = {{
     {"session-start", "Load AI cache context at session start", "claude",
      [](const HookArgs& args) { return hook_session_start(args); }},
     {"restore-compact", "Restore AI cache context after compaction", "claude",

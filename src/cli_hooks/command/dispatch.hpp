@@ -14,6 +14,8 @@ struct HookSpec {
     HookHandler handler;
 };
 
+inline constexpr std::size_t kHookCount = 11;
+
 // The eleven hooks in registration order: the one list of them.
 std::span<const HookSpec> hook_table();
 

@@ -18,10 +18,11 @@ constexpr const char* inject_agent_help =
 HooksCommand::HooksCommand(CLI::App& subparsers) {
     hooks_ =
         subparsers.add_subcommand("hooks", "AI agent hook handlers (used by hook configurations)");
-    hooks_->description(
-        "AI agent hook handlers (used by hook configurations).\n"
-        "Native hook handlers for AI coding agents: each reads one JSON object from standard input "
-        "and writes its response (JSON, or plain text for Windsurf) to standard output.");
+    // The description doubles as the line in the top-level command list; the rest goes below.
+    hooks_->footer(
+        "Native hook handlers for AI coding agents: each reads one JSON object from standard "
+        "input\nand writes its response to standard output (one JSON line, or plain text for "
+        "Windsurf).\nRun 'orvane-tamblo hooks <hook> --help' for a hook's options.");
     hooks_->require_subcommand(0, 1);
     const auto table = hook_table();
     for (std::size_t i = 0; i < table.size(); ++i) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "cli_hooks/command/args.hpp"
+#include "cli_hooks/command/dispatch.hpp"
 
 namespace CLI {
 class App;
@@ -22,8 +23,8 @@ class HooksCommand {
 
   private:
     CLI::App* hooks_;
-    std::array<CLI::App*, 11> subcommands_{};
-    std::array<std::string, 11> agents_;
+    std::array<CLI::App*, kHookCount> subcommands_{};
+    std::array<std::string, kHookCount> agents_;
     std::string turn_type_;
 };
 
