@@ -69,7 +69,6 @@ std::string canonical_path(std::string_view path) {
     push_components(path, pending, false);
 
     std::string resolved = "/";
-    bool exists = true;  // once a part is missing, the rest is taken as written
     int links = 0;
     while (!pending.empty()) {
         const std::string part = std::move(pending.front());
@@ -79,16 +78,13 @@ std::string canonical_path(std::string_view path) {
             continue;
         }
         const std::string candidate = join(resolved, part);
-        if (!exists) {
-            resolved = candidate;
-            continue;
-        }
+        // Every part is looked at, even after a missing one: "missing/../link" comes back.
         struct stat st {};
         if (::lstat(candidate.c_str(), &st) != 0) {
-            if (errno != ENOENT && errno != ENOTDIR)
+            if (errno != ENOENT && errno != ENOTDIR) {
                 throw OsError("cannot inspect " + candidate, errno);
-            exists = false;
-            resolved = candidate;
+            }
+            resolved = candidate;  // missing parts stay as written
             continue;
         }
         if (!S_ISLNK(st.st_mode)) {
