@@ -59,15 +59,17 @@ TEST_F(CommandLine, HelpAndVersionGoToStandardOutput) {
     const HookRun hooks_help = run({"hooks", "--help"});
     EXPECT_EQ(hooks_help.status, 0);
     EXPECT_EQ(hooks_help.err, "");
-    for (const char* name : {"session-start", "refresh-cache", "suggest-tamblo", "finalize",
-                             "Nudge toward semantic search when grep looks like symbol discovery"}) {
+    for (const char* name :
+         {"session-start", "refresh-cache", "suggest-tamblo", "finalize",
+          "Nudge toward semantic search when grep looks like symbol discovery"}) {
         EXPECT_NE(hooks_help.out.find(name), std::string::npos) << name;
     }
 
     const HookRun log_help = run({"hooks", "log-conversation", "--help"});
     EXPECT_NE(log_help.out.find("Turn type: user or tool"), std::string::npos) << log_help.out;
-    EXPECT_NE(log_help.out.find("AI agent type: claude, copilot, cursor, windsurf (default: claude)"),
-              std::string::npos);
+    EXPECT_NE(
+        log_help.out.find("AI agent type: claude, copilot, cursor, windsurf (default: claude)"),
+        std::string::npos);
 }
 
 TEST_F(CommandLine, SaveCompactWritesEachAgentsSystemMessageForm) {
@@ -100,7 +102,10 @@ TEST_F(CommandLine, DebugLogSwitchAndLineFormat) {
     const std::regex line(R"(\d\d:\d\d:\d\d (.*))");
     std::smatch m;
     const std::string log = debug_log();
-    ASSERT_TRUE(std::regex_search(log, m, std::regex(R"(^\d\d:\d\d:\d\d cmd_hooks called: hook_cmd=save-compact\n\d\d:\d\d:\d\d hook save-compact returned rc=0\n$)")))
+    ASSERT_TRUE(std::regex_search(
+        log, m,
+        std::regex(
+            R"(^\d\d:\d\d:\d\d cmd_hooks called: hook_cmd=save-compact\n\d\d:\d\d:\d\d hook save-compact returned rc=0\n$)")))
         << log;
 
     fs::remove(logs_ / "hook_debug.log");
@@ -134,7 +139,8 @@ TEST_F(CommandLine, DefaultLogDirectoryIsCreatedUnderStateHome) {
     options.env["ORVANE_TAMBLO_LOG_DIR"] = std::nullopt;
     options.env["XDG_STATE_HOME"] = std::nullopt;
     ASSERT_EQ(run({"hooks", "save-compact"}, options).status, 0);
-    const std::string log = read_file(root_ / "home/.local/state/orvane-tamblo/logs/hook_debug.log");
+    const std::string log =
+        read_file(root_ / "home/.local/state/orvane-tamblo/logs/hook_debug.log");
     EXPECT_NE(log.find("hook save-compact returned rc=0"), std::string::npos) << log;
 
     options.env["XDG_STATE_HOME"] = (root_ / "state").string();

@@ -169,9 +169,13 @@ std::vector<std::vector<std::string>> HookTest::host_calls() const {
     return calls;
 }
 
-std::string HookTest::debug_log() const { return read_file(logs_ / "hook_debug.log"); }
+std::string HookTest::debug_log() const {
+    return read_file(logs_ / "hook_debug.log");
+}
 
-std::string HookTest::host_log() const { return read_file(logs_ / "orvane-tamblo.log"); }
+std::string HookTest::host_log() const {
+    return read_file(logs_ / "orvane-tamblo.log");
+}
 
 std::vector<std::string> HookTest::debug_messages() const {
     std::vector<std::string> messages;

@@ -13,10 +13,10 @@ namespace e2e {
 namespace fs = std::filesystem;
 
 struct HookRun {
-    std::string out;   // standard output, bytes
-    std::string err;   // standard error, bytes
-    int status = -1;   // exit status, or -1 when ended by a signal
-    int signal = 0;    // the signal that ended it, if any
+    std::string out;  // standard output, bytes
+    std::string err;  // standard error, bytes
+    int status = -1;  // exit status, or -1 when ended by a signal
+    int signal = 0;   // the signal that ended it, if any
 };
 
 struct RunOptions {
@@ -25,13 +25,13 @@ struct RunOptions {
     bool close_stdout = false;        // run with standard output closed (>&-)
     // Overrides of the base environment; nullopt removes the variable.
     std::map<std::string, std::optional<std::string>> env;
-    std::optional<fs::path> cwd;      // default: the fixture's repository directory
+    std::optional<fs::path> cwd;  // default: the fixture's repository directory
 };
 
 // A temporary repository, log directory and fake-host scenario for each test. Hooks run as
 // build/orvane-tamblo by absolute path, with the fake host first on PATH.
 class HookTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
 
