@@ -1,11 +1,15 @@
 #include "harness.hpp"
 
+#include "cli_hooks/output/response.hpp"
+#include "support/json_text.hpp"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -25,6 +29,31 @@ std::string read_file(const fs::path& path) {
 
 void write_file(const fs::path& path, const std::string& content) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+}
+
+std::string response(const std::string& agent, const std::string& event, const std::string& text) {
+    return cli_hooks::format_response(agent, event, text);
+}
+
+std::string system_message(const std::string& agent, const std::string& text) {
+    return cli_hooks::format_system_message(agent, text);
+}
+
+std::string input_with_path(const std::string& agent, const std::string& path) {
+    std::string quoted;
+    support::append_json_string(quoted, path);
+    if (agent == "windsurf") return "{\"tool_info\": {\"file_path\": " + quoted + "}}";
+    if (agent == "copilot") return "{\"toolArgs\": " + quoted + "}";
+    if (agent == "cursor") return "{\"filePath\": " + quoted + "}";
+    return "{\"tool_input\": {\"file_path\": " + quoted + "}}";
+}
+
+void expect_guarded(const HookRun& run, const std::string& hook) {
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.signal, 0);
+    EXPECT_EQ(run.err.rfind("orvane-tamblo hook " + hook + " error: ", 0), 0u) << run.err;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
 }
 
 void HookTest::SetUp() {
