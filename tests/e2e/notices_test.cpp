@@ -1,7 +1,5 @@
 // persist-learnings and inject-context: when they speak, in which form, which host queries they
 // make; and that none of the three notices waits for standard input.
-#include <algorithm>
-
 #include "harness.hpp"
 
 namespace e2e {
@@ -10,10 +8,9 @@ namespace {
 using Calls = std::vector<std::vector<std::string>>;
 
 const std::vector<std::string> kStatsCall = {"query", "understand", "--action=stats", "--limit=10"};
-const std::vector<std::string> kListCall = {"conversation", "list", "--days=1", "--status=active",
-                                            "--json"};
-const std::vector<std::string> kContextCall = {"conversation", "context", "s1",
-                                               "--strategy=balanced", "--json"};
+const Calls kInjectCalls = {{"conversation", "list", "--days=1", "--status=active", "--json"},
+                            {"conversation", "context", "s1", "--strategy=balanced", "--json"},
+                            kStatsCall};
 
 const std::string kSummary12 =
     "## Session Summary\n\n**12 entries** in AI cache. Your analysis will be available in future "
@@ -29,20 +26,6 @@ std::string cache_line(const std::string& total) {
            " entries available. Use understand(action='recall') before reading files.";
 }
 
-// Enough of the JSON string form for the ASCII texts compared here.
-std::string json_string(const std::string& text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        if (c == '\n') {
-            out += "\\n";
-        } else {
-            if (c == '"' || c == '\\') out += '\\';
-            out += c;
-        }
-    }
-    return out + "\"";
-}
-
 class Notices : public HookTest {
   protected:
     void conversation(bool present) {
@@ -50,54 +33,40 @@ class Notices : public HookTest {
                present ? 0 : 1);
         answer("conversation-context", R"({"goals": ["Fix the parser"]})");
     }
+    // "": the host is down.
     void stats(const std::string& answer_json) {
         answer("query-understand-stats", answer_json, answer_json.empty() ? 1 : 0);
     }
-    void forget_calls() { fs::remove(scenario_ / "calls.log"); }
 };
 
-TEST_F(Notices, PersistLearningsSummaryInEachAgentsForm) {
-    stats(R"({"total": 12, "by_scope": {}})");
+TEST_F(Notices, PersistLearningsSpeaksOnlyWithCachedEntries) {
     const struct {
-        std::vector<std::string> args;
-        std::string expected;
-    } cases[] = {
-        {{}, "{\"systemMessage\": " + json_string(kSummary12) + "}\n"},
-        {{"--agent", "copilot"}, "{\"message\": " + json_string(kSummary12) + "}\n"},
-        {{"--agent", "cursor"}, "{\"output\": " + json_string(kSummary12) + "}\n"},
-        {{"--agent", "windsurf"}, kSummary12 + "\n"},
+        std::string stats, text;  // text "": silent
+        bool guarded;
+    } rows[] = {
+        {R"({"total": 12, "by_scope": {}})", kSummary12, false},
+        {R"({"total": 0})", "", false},
+        {R"({"by_scope": {}})", "", false},
+        {"{}", "", false},
+        {"", "", false},
+        {R"({"total": null})", "", true},  // a total that is no number
+        {R"({"total": "3"})", "", true},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::PrintToString(c.args));
-        forget_calls();
-        const HookRun r = hook("persist-learnings", "{}", c.args);
-        EXPECT_EQ(r.out, c.expected);
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
-        EXPECT_EQ(host_calls(), Calls{kStatsCall}) << "only the total is needed";
-    }
-}
-
-TEST_F(Notices, PersistLearningsQuietWithoutCachedEntries) {
-    for (const std::string answer_json : {R"({"total": 0})", R"({"by_scope": {}})", "{}", ""}) {
-        SCOPED_TRACE(answer_json.empty() ? "host down" : answer_json);
-        stats(answer_json);
-        const HookRun r = hook("persist-learnings", "{}");
-        EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
-    }
-}
-
-TEST_F(Notices, TotalThatIsNoNumberEndsThroughTheGuard) {
-    for (const std::string answer_json : {R"({"total": null})", R"({"total": "3"})"}) {
-        SCOPED_TRACE(answer_json);
-        stats(answer_json);
-        const HookRun r = hook("persist-learnings", "{}");
-        EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.status, 0);
-        EXPECT_EQ(r.err.rfind("orvane-tamblo hook persist-learnings error: ", 0), 0u) << r.err;
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    for (const auto& row : rows) {
+        stats(row.stats);
+        for (const std::string agent : {"claude", "copilot", "cursor", "windsurf"}) {
+            SCOPED_TRACE(row.stats + " " + agent);
+            fs::remove(scenario_ / "calls.log");
+            const HookRun r = hook("persist-learnings", "{}", {"--agent", agent});
+            EXPECT_EQ(host_calls(), Calls{kStatsCall}) << "only the total is needed";
+            if (row.guarded) {
+                expect_guarded(r, "persist-learnings");
+                continue;
+            }
+            EXPECT_EQ(r.out, row.text.empty() ? "" : system_message(agent, row.text));
+            EXPECT_EQ(r.err, "");
+            EXPECT_EQ(r.status, 0);
+        }
     }
 }
 
@@ -106,70 +75,48 @@ TEST_F(Notices, InjectContextJoinsConversationAndCacheLine) {
     const struct {
         const char* name;
         bool conversation;
-        std::string stats;
-        std::vector<std::string> args;
-        std::string expected;
-    } cases[] = {
-        {"both, Windsurf by default", true, R"({"total": 7})", {}, both + "\n"},
-        {"cache line only", false, R"({"total": 3})", {}, cache_line("3") + "\n"},
-        {"conversation only", true, R"({"total": 0})", {}, kC + "\n"},
-        {"host down", true, "", {}, kC + "\n"},
-        {"neither", false, R"({"total": 0})", {}, ""},
-        // pre_prompt carries no model context for Claude, so it becomes a system message.
-        {"claude",
-         true,
-         R"({"total": 7})",
-         {"--agent", "claude"},
-         "{\"systemMessage\": " + json_string(both) + "}\n"},
-        {"copilot",
-         true,
-         R"({"total": 7})",
-         {"--agent", "copilot"},
-         "{\"message\": " + json_string(both) + "}\n"},
+        std::string stats, context;  // context "": silent
+    } rows[] = {
+        {"both", true, R"({"total": 7})", both},
+        {"cache line only", false, R"({"total": 3})", cache_line("3")},
+        {"conversation only", true, R"({"total": 0})", kC},
+        {"host down", true, "", kC},
+        {"neither", false, R"({"total": 0})", ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        conversation(c.conversation);
-        stats(c.stats);
-        const HookRun r = hook("inject-context", "{}", c.args);
-        EXPECT_EQ(r.out, c.expected);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        conversation(row.conversation);
+        stats(row.stats);
+        const HookRun r = hook("inject-context", "{}");  // no --agent: Windsurf's plain text
+        EXPECT_EQ(r.out, row.context.empty() ? "" : row.context + "\n");
         EXPECT_EQ(r.err, "");
         EXPECT_EQ(r.status, 0);
     }
-}
-
-TEST_F(Notices, InjectContextAsksConversationBeforeStats) {
+    // The conversation is asked for before the statistics.
     conversation(true);
     stats(R"({"total": 7})");
-    ASSERT_EQ(hook("inject-context", "{}").status, 0);
-    EXPECT_EQ(host_calls(), (Calls{kListCall, kContextCall, kStatsCall}));
+    for (const std::string agent : {"claude", "copilot", "cursor", "windsurf"}) {
+        SCOPED_TRACE(agent);
+        fs::remove(scenario_ / "calls.log");
+        EXPECT_EQ(hook("inject-context", "{}", {"--agent", agent}).out,
+                  response(agent, "pre_prompt", both));
+        EXPECT_EQ(host_calls(), kInjectCalls);
+    }
 }
 
+// A stdin that never closes would hang any of them that read it; the input is ignored anyway.
 TEST_F(Notices, NoneOfTheNoticesReadsStandardInput) {
     conversation(true);
     stats(R"({"total": 12})");
-    const struct {
-        std::string hook;
-        std::string expected;
-    } cases[] = {
-        {"persist-learnings", "{\"systemMessage\": " + json_string(kSummary12) + "}\n"},
-        {"save-compact",
-         "{\"systemMessage\": " +
-             json_string("## Context Compaction Imminent\n\nBefore context is reduced, persist "
-                         "important insights:\n- `understand(action='store')` for file/module "
-                         "analysis\n- `remember(action='store', key='...', value='...')` for "
-                         "decisions and insights") +
-             "}\n"},
-        {"inject-context", kC + "\n\n" + cache_line("12") + "\n"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.hook);
+    for (const std::string hook_name : {"persist-learnings", "save-compact", "inject-context"}) {
+        SCOPED_TRACE(hook_name);
         RunOptions options;
         options.stdin_never_closes = true;
-        const HookRun r = run({"hooks", c.hook}, options);
+        const HookRun r = run({"hooks", hook_name}, options);
         EXPECT_EQ(r.status, 0);
         EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.out, c.expected);
+        EXPECT_NE(r.out, "");
+        EXPECT_EQ(r.out, hook(hook_name, R"({"source": "compact"})").out);
     }
 }
 
