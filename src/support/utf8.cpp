@@ -153,6 +153,7 @@ std::string_view trim_unicode_space(std::string_view text) {
 
 bool is_blank(std::string_view text) {
     for (std::size_t i = 0; i < text.size();) {
+        if (sequence_length(text, i) == 0) return false;
         if (!is_unicode_space(next_code_point(text, i))) return false;
     }
     return true;

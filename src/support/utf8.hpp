@@ -27,7 +27,8 @@ bool is_unicode_space(char32_t cp);
 // Valid UTF-8 `text` without the Unicode white space at its two ends.
 std::string_view trim_unicode_space(std::string_view text);
 
-// True when valid UTF-8 `text` is empty or holds nothing but Unicode white space.
+// True when `text` is empty or holds nothing but Unicode white space. Malformed UTF-8 is not
+// white space, so callers may ask before validating and leave the error to the parser.
 bool is_blank(std::string_view text);
 
 }  // namespace support

@@ -22,8 +22,8 @@ void _hook_debug_log(std::string_view msg) {
         line += '\n';
         platform::append_file(path, line);
     } catch (const std::exception& e) {
-        host::log_record(host::LogLevel::debug, "orvane_tamblo.cli_hooks",
-                         "hook_debug_log write failed", e.what());
+        host::log_record(host::LogLevel::debug, kHooksLogger, "hook_debug_log write failed",
+                         e.what());
     }
 }
 

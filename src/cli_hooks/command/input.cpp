@@ -25,17 +25,13 @@ HookInput read_json_input() {
 }
 
 HookInput parse_hook_input(std::string_view bytes) {
-    if (auto error = support::utf8_error(bytes)) {
-        _hook_debug_log("read_json_input failed to parse stdin: " + *error);
-        return Json::object();
-    }
     std::string_view text = bytes;
     while (text.starts_with(kUtf8Bom)) text.remove_prefix(kUtf8Bom.size());
     if (text.starts_with(kMisreadBom)) text.remove_prefix(kMisreadBom.size());
     if (support::is_blank(text)) return Json::object();
 
     Json value;
-    try {
+    try {  // undecodable bytes are reported here too
         value = support::parse_json(text);
     } catch (const support::JsonParseError& e) {
         _hook_debug_log(std::string("read_json_input failed to parse stdin: ") + e.what());

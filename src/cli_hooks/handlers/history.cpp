@@ -16,14 +16,11 @@ namespace cli_hooks {
 
 namespace {
 
-constexpr const char* kLogger = "orvane_tamblo.cli_hooks";
 constexpr std::size_t kToolNameLimit = 1000;
 
 // The session id the host may be given: empty means none; a wrong kind of value throws.
 std::optional<std::string> session_id_of(const HookInput& data) {
-    const Json* raw = support::member(data, "session_id");
-    if (!support::truthy(raw)) return std::nullopt;
-    return validate_session_id(raw);
+    return validate_session_id(support::member(data, "session_id"));
 }
 
 std::vector<std::string> host_command(const char* verb,
@@ -75,7 +72,7 @@ int hook_log_conversation(const HookArgs& args) {
 
     // A turn that cannot be recorded is dropped; the agent is never told.
     if (const auto failure = _run_host_command(cmd, 5)) {
-        host::log_record(host::LogLevel::warning, kLogger,
+        host::log_record(host::LogLevel::warning, kHooksLogger,
                          "Conversation logging error: " + *failure);
         _hook_debug_log("hook_log_conversation subprocess failed: " + *failure);
     }
@@ -88,7 +85,7 @@ int hook_finalize(const HookArgs& /*args*/) {
     cmd.push_back(std::string("--status=") + status_for(support::member(data, "reason")));
 
     if (const auto failure = _run_host_command(cmd, 10)) {
-        host::log_record(host::LogLevel::debug, kLogger, "hook_finalize failed", *failure);
+        host::log_record(host::LogLevel::debug, kHooksLogger, "hook_finalize failed", *failure);
         _hook_debug_log("hook_finalize subprocess failed: " + *failure);
     }
     return 0;

@@ -16,16 +16,12 @@ std::optional<Json> _run_query_json(const std::vector<std::string>& cmd, int tim
         return std::nullopt;
     }
     if (result.exit_code != 0) return std::nullopt;
-    // Undecodable output is treated like unparsable output: no answer, never a hook failure.
-    if (auto error = support::utf8_error(result.out)) {
-        _hook_debug_log("_run_query_json failed: " + *error);
-        return std::nullopt;
-    }
     if (support::is_blank(result.out)) return std::nullopt;
     Json answer;
     try {
         answer = support::parse_json(result.out);
     } catch (const support::JsonParseError& e) {
+        // Undecodable output lands here too: no answer, never a hook failure.
         _hook_debug_log(std::string("_run_query_json failed: ") + e.what());
         return std::nullopt;
     }

@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "platform/os_error.hpp"
+#include "platform/posix/fd.hpp"
 
 namespace platform {
 
@@ -30,35 +31,24 @@ std::optional<std::string> read_regular_file(const std::string& path) {
     if (!S_ISREG(st.st_mode)) return std::nullopt;
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) throw OsError("cannot open " + path, errno);
-    std::string data;
-    char buf[65536];
-    for (;;) {
-        const ssize_t n = ::read(fd, buf, sizeof buf);
-        if (n == 0) break;
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            const int read_errno = errno;
-            ::close(fd);
-            throw OsError("cannot read " + path, read_errno);
-        }
-        data.append(buf, static_cast<std::size_t>(n));
+    try {
+        std::string data = posix::read_all(fd, path);
+        ::close(fd);
+        return data;
+    } catch (...) {
+        ::close(fd);
+        throw;
     }
-    ::close(fd);
-    return data;
 }
 
 void write_file(const std::string& path, std::string_view data) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) throw OsError("cannot open " + path, errno);
-    while (!data.empty()) {
-        const ssize_t n = ::write(fd, data.data(), data.size());
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            const int write_errno = errno;
-            ::close(fd);
-            throw OsError("cannot write " + path, write_errno);
-        }
-        data.remove_prefix(static_cast<std::size_t>(n));
+    try {
+        posix::write_all(fd, data, path);
+    } catch (...) {
+        ::close(fd);
+        throw;
     }
     if (::close(fd) != 0) throw OsError("cannot write " + path, errno);
 }

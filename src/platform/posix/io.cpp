@@ -6,24 +6,9 @@
 #include <cerrno>
 #include <csignal>
 
-#include "platform/os_error.hpp"
+#include "platform/posix/fd.hpp"
 
 namespace platform {
-
-namespace {
-
-void write_all(int fd, std::string_view data, const char* stream_name) {
-    while (!data.empty()) {
-        const ssize_t n = ::write(fd, data.data(), data.size());
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            throw OsError(std::string("cannot write ") + stream_name, errno);
-        }
-        data.remove_prefix(static_cast<std::size_t>(n));
-    }
-}
-
-}  // namespace
 
 void prepare_standard_streams() {
     for (int fd = 0; fd <= 2; ++fd) {
@@ -40,25 +25,15 @@ void prepare_standard_streams() {
 }
 
 std::string read_stdin() {
-    std::string data;
-    char buf[65536];
-    for (;;) {
-        const ssize_t n = ::read(STDIN_FILENO, buf, sizeof buf);
-        if (n == 0) return data;
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            throw OsError("cannot read standard input", errno);
-        }
-        data.append(buf, static_cast<std::size_t>(n));
-    }
+    return posix::read_all(STDIN_FILENO, "standard input");
 }
 
 void write_stdout(std::string_view data) {
-    write_all(STDOUT_FILENO, data, "standard output");
+    posix::write_all(STDOUT_FILENO, data, "standard output");
 }
 
 void write_stderr(std::string_view data) {
-    write_all(STDERR_FILENO, data, "standard error");
+    posix::write_all(STDERR_FILENO, data, "standard error");
 }
 
 }  // namespace platform
