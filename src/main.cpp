@@ -1,3 +1,7 @@
 #include "host/cli.hpp"
+#include "platform/args.hpp"
 
-int main(int argc, char** argv) { return host::run(argc, argv); }
+int main(int argc, char** argv) {
+    const platform::Arguments args(argc, argv);
+    return host::run(args.argc(), args.argv());
+}

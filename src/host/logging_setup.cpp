@@ -1,10 +1,9 @@
 #include "host/logging_setup.hpp"
 
-#include <stdexcept>
-
 #include "platform/clock.hpp"
 #include "platform/env.hpp"
 #include "platform/fs.hpp"
+#include "platform/user_dirs.hpp"
 #include "support/text.hpp"
 
 namespace host {
@@ -34,18 +33,8 @@ bool debug_enabled() {
 
 std::string get_log_dir() {
     if (auto dir = platform::get_env("ORVANE_TAMBLO_LOG_DIR"); dir && !dir->empty()) return *dir;
-    std::string base;
-    if (auto state = platform::get_env("XDG_STATE_HOME");
-        state && !state->empty() && (*state)[0] == '/') {
-        base = *state;
-    } else {
-        const auto home = platform::get_env("HOME");
-        if (!home || home->empty()) {
-            throw std::runtime_error("no log directory: neither XDG_STATE_HOME nor HOME is set");
-        }
-        base = platform::join_path(*home, ".local/state");
-    }
-    const std::string dir = platform::join_path(base, "orvane-tamblo/logs");
+    const std::string dir = platform::join_path(
+        platform::join_path(platform::user_state_directory(), "orvane-tamblo"), "logs");
     platform::create_directories(dir);
     return dir;
 }

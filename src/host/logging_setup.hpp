@@ -6,8 +6,8 @@
 namespace host {
 
 // ORVANE_TAMBLO_LOG_DIR when set and non-empty, used as it is and never created; otherwise
-// $XDG_STATE_HOME/orvane-tamblo/logs (default ~/.local/state/orvane-tamblo/logs), created on first
-// use. Throws when no directory can be had.
+// orvane-tamblo/logs in the user's state directory (~/.local/state, or $XDG_STATE_HOME;
+// %LOCALAPPDATA% on Windows), created on first use. Throws when no directory can be had.
 std::string get_log_dir();
 
 enum class LogLevel { debug, info, warning, error };

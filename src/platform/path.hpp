@@ -14,6 +14,10 @@ struct PathParts {
 };
 PathParts split_path(std::string_view path);
 
+// Whether `path` names the same file whatever the working directory (on Windows also whatever the
+// current drive: \x and C:x are not absolute).
+bool is_absolute(std::string_view path);
+
 // The process's working directory as the system reports it. Throws OsError.
 std::string current_directory();
 

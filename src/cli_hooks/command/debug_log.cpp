@@ -1,19 +1,19 @@
 #include "cli_hooks/command/debug_log.hpp"
 
-#include <cstdlib>
 #include <exception>
 #include <string>
 
 #include "host/logging_setup.hpp"
 #include "platform/clock.hpp"
+#include "platform/env.hpp"
 #include "platform/fs.hpp"
 
 namespace cli_hooks {
 
 void _hook_debug_log(std::string_view msg) {
     // With the log off a message costs this one lookup; every hook pays it several times.
-    const char* switch_value = std::getenv("ORVANE_HOOK_DEBUG");
-    if (switch_value == nullptr || *switch_value == '\0') return;
+    const auto switch_value = platform::get_env("ORVANE_HOOK_DEBUG");
+    if (!switch_value || switch_value->empty()) return;
     try {
         const std::string path = platform::join_path(host::get_log_dir(), "hook_debug.log");
         std::string line = platform::local_time("%H:%M:%S");

@@ -26,12 +26,15 @@ const Json* find_candidate(const HookInput& data) {
     return nullptr;
 }
 
-// Whether `path` is `dir` or lies below it, compared whole component by component, so that
-// /repo2 is not inside /repo.
-bool is_within(const platform::PathParts& dir, const platform::PathParts& path) {
-    if (dir.root != path.root || dir.parts.size() > path.parts.size()) return false;
-    for (std::size_t i = 0; i < dir.parts.size(); ++i) {
-        if (dir.parts[i] != path.parts[i]) return false;
+// Whether `path` is `dir` or lies below it, compared whole component by component in the
+// platform's case form: /repo2 is not inside /repo; on Windows C:\Repo\a is inside c:\repo and
+// nothing on D: is.
+bool is_within(const std::string& dir, const std::string& path) {
+    const platform::PathParts d = platform::split_path(platform::normal_case(dir));
+    const platform::PathParts p = platform::split_path(platform::normal_case(path));
+    if (d.root != p.root || d.parts.size() > p.parts.size()) return false;
+    for (std::size_t i = 0; i < d.parts.size(); ++i) {
+        if (d.parts[i] != p.parts[i]) return false;
     }
     return true;
 }
@@ -45,8 +48,7 @@ std::optional<std::string> extract_file_path(const HookInput& data) {
     try {
         const std::string normalized = platform::canonical_path(raw);
         const std::string cwd = platform::canonical_path(platform::current_directory());
-        if (!is_within(platform::split_path(platform::normal_case(cwd)),
-                       platform::split_path(platform::normal_case(normalized)))) {
+        if (!is_within(cwd, normalized)) {
             _hook_debug_log("extract_file_path rejected (outside cwd): " + normalized);
             return std::nullopt;
         }
@@ -60,20 +62,20 @@ std::optional<std::string> extract_file_path(const HookInput& data) {
 }
 
 std::string get_relative_path(const std::string& file_path) {
-    const platform::PathParts path = platform::split_path(file_path);
-    if (path.root.empty()) return file_path;
-    const std::string cwd_text = platform::current_directory();
-    const platform::PathParts cwd = platform::split_path(cwd_text);
-    if (!is_within(cwd, path)) {
+    if (!platform::is_absolute(file_path)) return file_path;
+    const std::string cwd = platform::current_directory();
+    if (!is_within(cwd, file_path)) {
         _hook_debug_log("get_relative_path: not under cwd, using as-is ('" + file_path +
-                        "' is not in the subpath of '" + cwd_text + "')");
+                        "' is not in the subpath of '" + cwd + "')");
         return file_path;
     }
-    if (path.parts.size() == cwd.parts.size()) return ".";
+    const std::vector<std::string> parts = platform::split_path(file_path).parts;
+    const std::size_t depth = platform::split_path(cwd).parts.size();
+    if (parts.size() == depth) return ".";
     std::string relative;
-    for (std::size_t i = cwd.parts.size(); i < path.parts.size(); ++i) {
+    for (std::size_t i = depth; i < parts.size(); ++i) {
         if (!relative.empty()) relative += '/';
-        relative += path.parts[i];
+        relative += parts[i];
     }
     return relative;
 }
