@@ -1,0 +1,352 @@
+#include "platform/process.hpp"
+
+#include <windows.h>
+
+#include <atomic>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+
+#include "platform/env.hpp"
+#include "platform/fs.hpp"
+#include "platform/os_error.hpp"
+#include "platform/path.hpp"
+#include "platform/windows/wide.hpp"
+
+namespace platform {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The job of the child that runs now, for the console control handler: Ctrl+C, Ctrl+Break or a
+// closed console take the child and everything it started down before this process ends.
+std::mutex running_job_mutex;
+HANDLE running_job = nullptr;
+
+BOOL WINAPI on_console_control(DWORD event) {
+    if (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT || event == CTRL_CLOSE_EVENT) {
+        const std::lock_guard lock(running_job_mutex);
+        if (running_job != nullptr) TerminateJobObject(running_job, STATUS_CONTROL_C_EXIT);
+    }
+    return FALSE;  // the default handler then ends this process as the event would
+}
+
+void install_console_handler() {
+    static std::once_flag once;
+    std::call_once(once, [] { SetConsoleCtrlHandler(on_console_control, TRUE); });
+}
+
+struct Handle {
+    HANDLE h = nullptr;
+    Handle() = default;
+    explicit Handle(HANDLE handle) : h(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    ~Handle() { reset(); }
+    void reset(HANDLE handle = nullptr) {
+        if (h != nullptr) CloseHandle(h);
+        h = handle == INVALID_HANDLE_VALUE ? nullptr : handle;
+    }
+};
+
+std::string describe(const std::vector<std::string>& argv) {
+    std::string text;
+    for (const auto& arg : argv) {
+        if (!text.empty()) text += ' ';
+        text += arg;
+    }
+    return text;
+}
+
+DWORD milliseconds_left(Clock::time_point deadline) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    return left.count() <= 0 ? 0 : static_cast<DWORD>(left.count());
+}
+
+[[noreturn]] void start_failed(const std::string& program, DWORD error) {
+    throw ProcessStartError(OsError("could not start " + program, static_cast<int>(error)).what());
+}
+
+// One argument as the C runtime's parser reads it back: blanks and quotes inside quotes,
+// backslashes doubled only where a quote follows them.
+void append_quoted(std::wstring& line, const std::wstring& arg) {
+    if (!arg.empty() && arg.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
+        line += arg;
+        return;
+    }
+    line += L'"';
+    std::size_t backslashes = 0;
+    for (const wchar_t c : arg) {
+        if (c == L'\\') {
+            ++backslashes;
+            continue;
+        }
+        line.append(c == L'"' ? backslashes * 2 + 1 : backslashes, L'\\');
+        backslashes = 0;
+        line += c;
+    }
+    line.append(backslashes * 2, L'\\');
+    line += L'"';
+}
+
+std::wstring command_line(const std::vector<std::string>& argv) {
+    // The program name is read up to the next quote, without escapes.
+    std::wstring line = L"\"" + windows::widen(argv[0]) + L"\"";
+    for (std::size_t i = 1; i < argv.size(); ++i) {
+        line += L' ';
+        append_quoted(line, windows::widen(argv[i]));
+    }
+    return line;
+}
+
+bool is_runnable_extension(std::string_view ext) {
+    // A batch file would run through cmd.exe, which parses the arguments again by its own rules.
+    return normal_case(ext) == ".exe" || normal_case(ext) == ".com";
+}
+
+// `name` looked up in the absolute PATH entries with PATHEXT's program extensions.
+std::optional<std::string> find_on_path(const std::string& name) {
+    const std::string path_ext = get_env("PATHEXT").value_or(".COM;.EXE");
+    std::vector<std::string> extensions;
+    std::size_t start = 0;
+    while (start <= path_ext.size()) {
+        std::size_t end = path_ext.find(';', start);
+        if (end == std::string::npos) end = path_ext.size();
+        const std::string ext = path_ext.substr(start, end - start);
+        if (is_runnable_extension(ext)) extensions.push_back(ext);
+        start = end + 1;
+    }
+    const std::string path = get_env("PATH").value_or("");
+    start = 0;
+    while (start <= path.size()) {
+        std::size_t end = path.find(';', start);
+        if (end == std::string::npos) end = path.size();
+        std::string dir = path.substr(start, end - start);
+        start = end + 1;
+        if (dir.size() >= 2 && dir.front() == '"' && dir.back() == '"') {
+            dir = dir.substr(1, dir.size() - 2);
+        }
+        // The working directory belongs to the repository: a relative entry is never searched.
+        if (!is_absolute(dir)) continue;
+        for (const auto& ext : extensions) {
+            const std::string candidate = join_path(dir, name + ext);
+            try {
+                if (is_regular_file(candidate)) return candidate;
+            } catch (const OsError&) {
+                // An entry that cannot be looked at holds nothing we can start.
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+// Our end of a pipe the child writes to, read asynchronously so that both can be drained at
+// once; the child's end is inheritable.
+struct Pipe {
+    Handle ours;
+    Handle theirs;
+    Handle event;
+    OVERLAPPED overlapped{};
+    char buffer[65536];
+    bool open = true;
+    bool pending = false;
+    std::string* sink = nullptr;
+
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    explicit Pipe(std::string* target) : sink(target) {
+        static std::atomic<unsigned> serial{0};
+        const std::wstring name =
+            L"\\\\.\\pipe\\orvane-tamblo-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+            std::to_wstring(serial++) + L"-" + std::to_wstring(GetTickCount64());
+        ours.reset(CreateNamedPipeW(
+            name.c_str(),
+            PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
+            PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1, 0,
+            sizeof buffer, 0, nullptr));
+        if (ours.h == nullptr) return;
+        SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+        theirs.reset(CreateFileW(name.c_str(), GENERIC_WRITE, 0, &inherit, OPEN_EXISTING,
+                                 FILE_ATTRIBUTE_NORMAL, nullptr));
+        event.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        overlapped.hEvent = event.h;
+    }
+    ~Pipe() {
+        if (pending) {
+            // The buffer must outlive the read that fills it.
+            CancelIoEx(ours.h, &overlapped);
+            DWORD n = 0;
+            GetOverlappedResult(ours.h, &overlapped, &n, TRUE);
+        }
+    }
+    bool ready() const { return ours.h != nullptr && theirs.h != nullptr && event.h != nullptr; }
+
+    void start_read() {
+        ResetEvent(event.h);
+        if (ReadFile(ours.h, buffer, sizeof buffer, nullptr, &overlapped) ||
+            GetLastError() == ERROR_IO_PENDING) {
+            pending = true;
+        } else {
+            open = false;  // the writers are gone (ERROR_BROKEN_PIPE) or the pipe failed
+        }
+    }
+
+    void finish_read() {
+        pending = false;
+        DWORD n = 0;
+        if (!GetOverlappedResult(ours.h, &overlapped, &n, FALSE)) {
+            open = false;
+            return;
+        }
+        sink->append(buffer, n);
+        start_read();
+    }
+};
+
+// Kills the whole job unless the run ended normally, so no exit from run_process leaves the
+// child or its children running.
+struct Job {
+    Handle handle;
+    bool done = false;
+    Job() : handle(CreateJobObjectW(nullptr, nullptr)) {
+        // A child that means to outlive us leaves the job on purpose, as setsid() does on POSIX.
+        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_BREAKAWAY_OK;
+        if (handle.h != nullptr) {
+            SetInformationJobObject(handle.h, JobObjectExtendedLimitInformation, &limits,
+                                    sizeof limits);
+            const std::lock_guard lock(running_job_mutex);
+            running_job = handle.h;
+        }
+    }
+    Job(const Job&) = delete;
+    Job& operator=(const Job&) = delete;
+    ~Job() {
+        const std::lock_guard lock(running_job_mutex);
+        running_job = nullptr;
+        if (!done && handle.h != nullptr) TerminateJobObject(handle.h, 1);
+    }
+};
+
+[[noreturn]] void kill_and_reap(Job& job, HANDLE process, const std::vector<std::string>& argv,
+                                std::chrono::milliseconds timeout) {
+    TerminateJobObject(job.handle.h, 1);
+    WaitForSingleObject(process, INFINITE);
+    job.done = true;
+    const auto ms = timeout.count();
+    const std::string limit =
+        ms % 1000 == 0 ? std::to_string(ms / 1000) + " seconds" : std::to_string(ms) + " ms";
+    throw ProcessTimeout("command '" + describe(argv) + "' timed out after " + limit);
+}
+
+}  // namespace
+
+ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout) {
+    if (argv.empty()) throw ProcessStartError("could not start: empty command");
+    for (const auto& arg : argv) {
+        // A command line ends at a NUL: the child would get a different, shorter argument.
+        if (arg.find('\0') != std::string::npos) {
+            throw std::invalid_argument("argument holds a NUL character");
+        }
+    }
+    const auto deadline = Clock::now() + timeout;
+    install_console_handler();
+
+    const auto program = find_on_path(argv[0]);
+    if (!program) start_failed(argv[0], ERROR_FILE_NOT_FOUND);
+    std::wstring line = command_line(argv);
+    if (line.size() >= 32767) start_failed(argv[0], ERROR_FILENAME_EXCED_RANGE);
+
+    ProcessResult result;
+    Pipe out(&result.out);
+    Pipe err(&result.err);
+    if (!out.ready() || !err.ready()) start_failed(argv[0], GetLastError());
+
+    // Standard input is shared with the child, through a copy it may inherit.
+    Handle input;
+    const HANDLE own_input = GetStdHandle(STD_INPUT_HANDLE);
+    if (own_input != nullptr && own_input != INVALID_HANDLE_VALUE) {
+        HANDLE copy = nullptr;
+        if (DuplicateHandle(GetCurrentProcess(), own_input, GetCurrentProcess(), &copy, 0, TRUE,
+                            DUPLICATE_SAME_ACCESS)) {
+            input.reset(copy);
+        }
+    }
+
+    // Only these handles pass to the child, not whatever else of ours happens to be inheritable.
+    HANDLE inherited[3] = {out.theirs.h, err.theirs.h, input.h};
+    const DWORD inherited_count = input.h != nullptr ? 3 : 2;
+    SIZE_T size = 0;
+    InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+    std::string attribute_storage(size, '\0');
+    auto* attributes = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attribute_storage.data());
+    if (!InitializeProcThreadAttributeList(attributes, 1, 0, &size) ||
+        !UpdateProcThreadAttribute(attributes, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited,
+                                   inherited_count * sizeof(HANDLE), nullptr, nullptr)) {
+        start_failed(argv[0], GetLastError());
+    }
+    STARTUPINFOEXW startup{};
+    startup.StartupInfo.cb = sizeof startup;
+    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+    startup.StartupInfo.hStdInput = input.h;
+    startup.StartupInfo.hStdOutput = out.theirs.h;
+    startup.StartupInfo.hStdError = err.theirs.h;
+    startup.lpAttributeList = attributes;
+
+    Job job;
+    if (job.handle.h == nullptr) start_failed(argv[0], GetLastError());
+    PROCESS_INFORMATION info{};
+    const std::wstring application = windows::wide_path(*program);
+    // Suspended until it is in the job, so that nothing it starts escapes the deadline.
+    const BOOL started = CreateProcessW(application.c_str(), line.data(), nullptr, nullptr, TRUE,
+                                        CREATE_SUSPENDED | EXTENDED_STARTUPINFO_PRESENT, nullptr,
+                                        nullptr, &startup.StartupInfo, &info);
+    const DWORD start_error = GetLastError();
+    DeleteProcThreadAttributeList(attributes);
+    if (!started) start_failed(argv[0], start_error);
+    const Handle process(info.hProcess);
+    const Handle thread(info.hThread);
+    if (!AssignProcessToJobObject(job.handle.h, process.h)) {
+        const DWORD error = GetLastError();
+        TerminateProcess(process.h, 1);
+        WaitForSingleObject(process.h, INFINITE);
+        job.done = true;
+        start_failed(argv[0], error);
+    }
+    ResumeThread(thread.h);
+    out.theirs.reset();
+    err.theirs.reset();
+    input.reset();
+
+    out.start_read();
+    err.start_read();
+    while (out.open || err.open) {
+        HANDLE events[2];
+        Pipe* pipes[2];
+        DWORD count = 0;
+        for (Pipe* pipe : {&out, &err}) {
+            if (!pipe->open) continue;
+            events[count] = pipe->event.h;
+            pipes[count++] = pipe;
+        }
+        const DWORD wait_ms = milliseconds_left(deadline);
+        if (wait_ms == 0) kill_and_reap(job, process.h, argv, timeout);
+        const DWORD ready = WaitForMultipleObjects(count, events, FALSE, wait_ms);
+        if (ready == WAIT_TIMEOUT) kill_and_reap(job, process.h, argv, timeout);
+        if (ready >= WAIT_OBJECT_0 + count) break;
+        pipes[ready - WAIT_OBJECT_0]->finish_read();
+    }
+
+    // Both streams are closed; the child is normally gone by now or about to be.
+    if (WaitForSingleObject(process.h, milliseconds_left(deadline)) != WAIT_OBJECT_0) {
+        kill_and_reap(job, process.h, argv, timeout);
+    }
+    job.done = true;
+    DWORD code = 0;
+    if (GetExitCodeProcess(process.h, &code)) result.exit_code = static_cast<int>(code);
+    return result;
+}
+
+}  // namespace platform
