@@ -1,4 +1,5 @@
-// Stands in for the `orvane-tamblo` host on PATH during end-to-end tests.
+// Stands in for the `orvane-tamblo` host on PATH during end-to-end tests, built for the program's
+// own platform.
 //
 // Every call appends its arguments (argv[1..]) to $FAKE_HOST_SCENARIO/calls.log, each argument
 // followed by \x1f and each call by \x1e, so arguments may hold line feeds. It then answers from
@@ -9,14 +10,20 @@
 //   <key>.rc      exit status (default 1: the index service is down)
 //   <key>.sleep   seconds to sleep before answering
 //   <key>.flood   a byte count written to both standard output and standard error first
-//   <key>.grandchild  seconds a forked grandchild sleeps while holding the output pipes open
+//   <key>.grandchild  seconds a grandchild sleeps while holding the output pipes open; it then
+//                     appends a line to grandchild.log, unless it was killed first
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <unistd.h>
+#endif
 
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -31,6 +38,44 @@ bool read_file(const std::string& name, std::string& out) {
     return true;
 }
 
+void append_file(const std::string& name, const std::string& data) {
+    std::ofstream(dir + "/" + name, std::ios::binary | std::ios::app) << data;
+}
+
+void sleep_for(const std::string& seconds) {
+    std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(seconds.c_str())));
+}
+
+#ifdef _WIN32
+void write_all(int fd, const std::string& data) {
+    const HANDLE h = GetStdHandle(fd == 1 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+    std::size_t off = 0;
+    while (off < data.size()) {
+        DWORD n = 0;
+        if (!WriteFile(h, data.data() + off, static_cast<DWORD>(data.size() - off), &n, nullptr)) {
+            return;
+        }
+        off += n;
+    }
+}
+
+// This same program again, inheriting the output pipes, as the grandchild.
+void start_grandchild(const std::string& seconds) {
+    SetEnvironmentVariableA("FAKE_HOST_GRANDCHILD", seconds.c_str());
+    wchar_t self[32768];
+    GetModuleFileNameW(nullptr, self, 32768);
+    wchar_t command_line[] = L"grandchild";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION info{};
+    if (CreateProcessW(self, command_line, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                       &info)) {
+        CloseHandle(info.hThread);
+        CloseHandle(info.hProcess);
+    }
+    SetEnvironmentVariableA("FAKE_HOST_GRANDCHILD", nullptr);
+}
+#else
 void write_all(int fd, const std::string& data) {
     std::size_t off = 0;
     while (off < data.size()) {
@@ -40,43 +85,39 @@ void write_all(int fd, const std::string& data) {
     }
 }
 
-}  // namespace
+void start_grandchild(const std::string& seconds) {
+    if (::fork() == 0) {
+        sleep_for(seconds);
+        append_file("grandchild.log", "woke\n");
+        _exit(0);
+    }
+}
+#endif
 
-int main(int argc, char** argv) {
+int run(const std::vector<std::string>& args) {
     const char* scenario = std::getenv("FAKE_HOST_SCENARIO");
     if (scenario == nullptr) return 3;
     dir = scenario;
+    if (const char* seconds = std::getenv("FAKE_HOST_GRANDCHILD")) {
+        sleep_for(seconds);
+        append_file("grandchild.log", "woke\n");
+        return 0;
+    }
 
     std::string record;
-    for (int i = 1; i < argc; ++i) record += std::string(argv[i]) + '\x1f';
+    for (std::size_t i = 1; i < args.size(); ++i) record += args[i] + '\x1f';
     record += '\x1e';
-    std::ofstream(dir + "/calls.log", std::ios::binary | std::ios::app) << record;
+    append_file("calls.log", record);
 
     std::string key = "unknown";
-    if (argc > 2) {
-        key = argv[1];
-        key += '-';
-        key += argv[2];
-    }
-    if (key == "query-understand" && argc > 3) {
-        const std::string_view action = argv[3];
-        if (action.starts_with("--action=")) {
-            key += '-';
-            key += action.substr(9);
-        }
+    if (args.size() > 2) key = args[1] + '-' + args[2];
+    if (key == "query-understand" && args.size() > 3 && args[3].starts_with("--action=")) {
+        key += '-' + args[3].substr(9);
     }
 
     std::string value;
-    if (read_file(key + ".grandchild", value)) {
-        const double seconds = std::atof(value.c_str());
-        if (::fork() == 0) {
-            std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-            _exit(0);
-        }
-    }
-    if (read_file(key + ".sleep", value)) {
-        std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(value.c_str())));
-    }
+    if (read_file(key + ".grandchild", value)) start_grandchild(value);
+    if (read_file(key + ".sleep", value)) sleep_for(value);
     if (read_file(key + ".flood", value)) {
         const std::string chunk(std::strtoul(value.c_str(), nullptr, 10), 'x');
         // Interleave so that a reader draining only one pipe deadlocks.
@@ -92,3 +133,25 @@ int main(int argc, char** argv) {
     if (read_file(key + ".rc", value)) rc = std::atoi(value.c_str());
     return rc;
 }
+
+}  // namespace
+
+#ifdef _WIN32
+// The arguments as UTF-8, so that the log shows exactly what the caller passed.
+extern "C" int wmain(int argc, wchar_t** argv) {
+    std::vector<std::string> args;
+    for (int i = 0; i < argc; ++i) {
+        const int length = static_cast<int>(wcslen(argv[i]));
+        std::string arg(
+            WideCharToMultiByte(CP_UTF8, 0, argv[i], length, nullptr, 0, nullptr, nullptr), '\0');
+        WideCharToMultiByte(CP_UTF8, 0, argv[i], length, arg.data(), static_cast<int>(arg.size()),
+                            nullptr, nullptr);
+        args.push_back(arg);
+    }
+    return run(args);
+}
+#else
+int main(int argc, char** argv) {
+    return run(std::vector<std::string>(argv, argv + argc));
+}
+#endif
