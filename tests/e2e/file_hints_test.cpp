@@ -104,8 +104,11 @@ TEST_F(FileHints, WhenEachHookSpeaks) {
 }
 
 TEST_F(FileHints, NoUsablePathStartsNoChild) {
-    for (const std::string input : {"", "{}", R"({"tool_input": {"file_path": ""}, "toolArgs": 0})",
-                                    R"({"filePath": "../other/x.py"})"}) {
+    // A link inside the repository that leads out of it is resolved before the test.
+    fs::create_directory_symlink(root_ / "home", repo_ / "out");
+    for (const std::string input :
+         {"", "{}", R"({"tool_input": {"file_path": ""}, "toolArgs": 0})",
+          R"({"filePath": "../other/x.py"})", R"({"filePath": "out/x.py"})"}) {
         for (const char* name : {"check-cache", "refresh-cache", "remind-store"}) {
             SCOPED_TRACE(std::string(name) + " " + input);
             const HookRun r = hook(name, input);

@@ -48,6 +48,76 @@ std::string input_with_path(const std::string& agent, const std::string& path) {
     return "{\"tool_input\": {\"file_path\": " + quoted + "}}";
 }
 
+namespace {
+
+std::string env_or(const char* name, const char* fallback) {
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0' ? value : fallback;
+}
+
+const std::string& binary() {
+    static const std::string path = env_or("ORVANE_TEST_BINARY", ORVANE_BINARY);
+    return path;
+}
+
+const std::string& fake_host_dir() {
+    static const std::string path = env_or("ORVANE_TEST_FAKE_HOST_DIR", FAKE_HOST_DIR);
+    return path;
+}
+
+// The launcher's path, looked up in this process's PATH when it is given as a bare name.
+const std::string& launcher() {
+    static const std::string path = [] {
+        const std::string name = env_or("ORVANE_TEST_LAUNCHER", "");
+        if (name.empty() || name.find('/') != std::string::npos) return name;
+        std::istringstream dirs(env_or("PATH", "/usr/bin:/bin"));
+        for (std::string dir; std::getline(dirs, dir, ':');) {
+            if (::access((dir + "/" + name).c_str(), X_OK) == 0) return dir + "/" + name;
+        }
+        return name;
+    }();
+    return path;
+}
+
+// Under Wine, the environment of the program under test: Wine builds the program's PATH from
+// WINEPATH and its own system directories, and absolute paths are named on Wine's drives.
+void adapt_for_wine(std::map<std::string, std::string>& env) {
+    std::string wine_path;
+    std::istringstream dirs(env["PATH"]);
+    for (std::string dir; std::getline(dirs, dir, ':');) {
+        wine_path += (wine_path.empty() ? "" : ";") + (dir.starts_with('/') ? native(dir) : dir);
+    }
+    env["WINEPATH"] = wine_path;
+    env["PATH"] = "/usr/local/bin:/usr/bin:/bin";
+    for (auto& [name, value] : env) {
+        if (name != "HOME" && name != "PATH" && value.starts_with('/')) value = native(value);
+    }
+    for (const char* name : {"WINEPREFIX", "WINEDEBUG", "WINESERVER", "WINEDLLOVERRIDES"}) {
+        if (const char* value = std::getenv(name)) env[name] = value;
+    }
+}
+
+}  // namespace
+
+bool windows_build() {
+    return binary().ends_with(".exe");
+}
+
+std::string native(const fs::path& path) {
+    std::string text = path.string();
+    if (!windows_build()) return text;
+    // Wine shows its prefix's drive_c as C: and the whole file system as Z:.
+    const std::string drive_c =
+        env_or("WINEPREFIX", (env_or("HOME", "") + "/.wine").c_str()) + std::string("/drive_c");
+    std::string drive = "Z:";
+    if (text == drive_c || text.starts_with(drive_c + "/")) {
+        drive = "C:";
+        text = text.substr(drive_c.size());
+    }
+    std::replace(text.begin(), text.end(), '/', '\\');
+    return drive + (text.empty() ? "\\" : text);
+}
+
 void expect_guarded(const HookRun& run, const std::string& hook) {
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.status, 0);
@@ -73,7 +143,7 @@ void HookTest::TearDown() {
 
 HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& options) {
     std::map<std::string, std::string> env = {
-        {"PATH", std::string(FAKE_HOST_DIR) + ":/usr/local/bin:/usr/bin:/bin"},
+        {"PATH", fake_host_dir() + ":/usr/local/bin:/usr/bin:/bin"},
         {"HOME", (root_ / "home").string()},
         {"ORVANE_TAMBLO_LOG_DIR", logs_.string()},
         {"FAKE_HOST_SCENARIO", scenario_.string()},
@@ -88,10 +158,12 @@ HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& op
             env.erase(name);
         }
     }
+    if (windows_build()) adapt_for_wine(env);
     std::vector<std::string> env_strings;
     for (const auto& [name, value] : env) env_strings.push_back(name + "=" + value);
 
-    std::vector<std::string> argv_strings = {ORVANE_BINARY};
+    std::vector<std::string> argv_strings = {binary()};
+    if (!launcher().empty()) argv_strings.insert(argv_strings.begin(), launcher());
     argv_strings.insert(argv_strings.end(), args.begin(), args.end());
 
     const fs::path stdin_path = root_ / "stdin";

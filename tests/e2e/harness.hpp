@@ -28,8 +28,16 @@ struct RunOptions {
     std::optional<fs::path> cwd;  // default: the fixture's repository directory
 };
 
+// The program under test is ORVANE_TEST_BINARY (default: this build's), started through
+// ORVANE_TEST_LAUNCHER when that is set ("wine" for the Windows build), with the fake host of
+// ORVANE_TEST_FAKE_HOST_DIR (default: this build's) first on its PATH.
+bool windows_build();
+
+// `path` as the program under test sees it: unchanged here, under Wine "Z:\tmp\x" for /tmp/x.
+std::string native(const fs::path& path);
+
 // A temporary repository, log directory and fake-host scenario for each test. Hooks run as
-// build/orvane-tamblo by absolute path, with the fake host first on PATH.
+// the program under test by absolute path, with the fake host first on PATH.
 class HookTest : public ::testing::Test {
   protected:
     void SetUp() override;

@@ -1,0 +1,110 @@
+// What reaches the host as a child process: the hook input read through any byte-order mark,
+// every argument exactly as the agent wrote it, and nothing left running after a time limit.
+#include <chrono>
+#include <thread>
+
+#include "harness.hpp"
+
+namespace e2e {
+namespace {
+
+using Args = std::vector<std::string>;
+using namespace std::chrono_literals;
+
+Args user_turn(const std::string& prompt) {
+    return {"conversation", "log-turn", "--type", "user", "--prompt", prompt};
+}
+
+using HostCalls = HookTest;
+
+TEST_F(HostCalls, InputIsReadThroughByteOrderMarks) {
+    const std::string json = R"({"prompt": "hi"})";
+    const std::string bom = "\xEF\xBB\xBF";                     // U+FEFF
+    const std::string latin1_bom = "\xC3\xAF\xC2\xBB\xC2\xBF";  // "ï»¿"
+    const struct {
+        const char* name;
+        std::string input;
+        bool read;
+    } rows[] = {
+        {"one mark", bom + json, true},
+        {"marks, then one misread mark", bom + bom + latin1_bom + json, true},
+        {"misread mark", latin1_bom + json, true},
+        {"two misread marks", latin1_bom + latin1_bom + json, false},
+        {"misread mark before a mark", latin1_bom + bom + json, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove(scenario_ / "calls.log");
+        fs::remove(logs_ / "hook_debug.log");
+        const HookRun r = hook("log-conversation", row.input, {"--type", "user"});
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(host_calls(),
+                  row.read ? std::vector<Args>{user_turn("hi")} : std::vector<Args>{});
+        EXPECT_EQ(debug_log().find("read_json_input failed to parse stdin: ") == std::string::npos,
+                  row.read);
+    }
+    // A mark and a line feed are an empty input: nothing to log, nothing to complain about.
+    fs::remove(logs_ / "hook_debug.log");
+    hook("log-conversation", bom + "\n", {"--type", "user"});
+    EXPECT_EQ(debug_log().find("read_json_input"), std::string::npos) << debug_log();
+}
+
+// Windows passes a child one command line that the child's C runtime splits again: the quoting
+// must bring back blanks, quotes and backslashes exactly, and text in any script.
+TEST_F(HostCalls, EveryArgumentArrivesExactly) {
+    for (const std::string prompt : {
+             " ", "two  blanks\tand a tab", R"(say "hi")", R"(\"already escaped\")",
+             R"(trailing backslash\)", R"(trailing backslashes\\)",
+             R"(C:\dir\ "quoted\\" \\server\share\)", "line\nfeed",
+             "\xC3\xBCn\xC3\xAF\xC3\xA7\xC3\xB8"
+             "d\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC "
+             "\xF0\x9F\x98\x80",  // "ünïçødé 日本 😀"
+         }) {
+        SCOPED_TRACE(prompt);
+        fs::remove(scenario_ / "calls.log");
+        std::string input = R"({"prompt": ")";
+        for (const char c : prompt) {
+            if (c == '"' || c == '\\') input += '\\';
+            input += c == '\n'   ? std::string("\\n")
+                     : c == '\t' ? std::string("\\t")
+                                 : std::string(1, c);
+        }
+        input += "\"}";
+        hook("log-conversation", input, {"--type", "user"});
+        EXPECT_EQ(host_calls(), std::vector<Args>{user_turn(prompt)});
+    }
+    // A session id may end in a line feed; a tool's input is JSON text full of quotes and escapes.
+    hook(
+        "log-conversation",
+        R"({"session_id": "abc\n", "tool_name": "Read", "tool_input": {"file_path": "C:\\dir\\"}})",
+        {"--type", "tool"});
+    EXPECT_EQ(host_calls().back(),
+              (Args{"conversation", "log-turn", "--session-id=abc\n", "--type", "tool",
+                    "--tool-name", "Read", "--tool-input", R"({"file_path": "C:\\dir\\"})"}));
+}
+
+TEST_F(HostCalls, ChildKilledAtItsLimitTakesItsGrandchildAlong) {
+    // The control: a grandchild that ends in time is waited for, since it holds the output pipes,
+    // and leaves its mark.
+    scenario_file("conversation-log-turn.grandchild", "1");
+    hook("log-conversation", R"({"prompt": "hi"})", {"--type", "user"});
+    EXPECT_TRUE(fs::exists(scenario_ / "grandchild.log"));
+    fs::remove(scenario_ / "grandchild.log");
+
+    // A child past its 5-second limit: it and the grandchild it started are killed.
+    scenario_file("conversation-log-turn.sleep", "30");
+    scenario_file("conversation-log-turn.grandchild", "6");
+    const auto start = std::chrono::steady_clock::now();
+    const HookRun r = hook("log-conversation", R"({"prompt": "hi"})", {"--type", "user"});
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 4900ms);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(debug_log().find("timed out after 5 seconds"), std::string::npos) << debug_log();
+    std::this_thread::sleep_until(start + 7s);
+    EXPECT_FALSE(fs::exists(scenario_ / "grandchild.log")) << "the grandchild outlived the limit";
+}
+
+}  // namespace
+}  // namespace e2e
