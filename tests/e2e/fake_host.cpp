@@ -137,17 +137,36 @@ int run(const std::vector<std::string>& args) {
 }  // namespace
 
 #ifdef _WIN32
-// The arguments as UTF-8, so that the log shows exactly what the caller passed.
+// The arguments as UTF-8, an unpaired surrogate encoded on its own, so that the log shows exactly
+// what the caller passed.
+static std::string utf8(const wchar_t* arg) {
+    std::string out;
+    for (const wchar_t* p = arg; *p != 0; ++p) {
+        char32_t cp = static_cast<char16_t>(*p);
+        if (cp >= 0xD800 && cp < 0xDC00 && p[1] >= 0xDC00 && p[1] < 0xE000) {
+            cp = 0x10000 + ((cp - 0xD800) << 10) + (static_cast<char16_t>(*++p) - 0xDC00);
+        }
+        if (cp < 0x80) {
+            out += static_cast<char>(cp);
+        } else if (cp < 0x800) {
+            out += {static_cast<char>(0xC0 | (cp >> 6)), static_cast<char>(0x80 | (cp & 0x3F))};
+        } else if (cp < 0x10000) {
+            out +=
+                {static_cast<char>(0xE0 | (cp >> 12)), static_cast<char>(0x80 | ((cp >> 6) & 0x3F)),
+                 static_cast<char>(0x80 | (cp & 0x3F))};
+        } else {
+            out += {static_cast<char>(0xF0 | (cp >> 18)),
+                    static_cast<char>(0x80 | ((cp >> 12) & 0x3F)),
+                    static_cast<char>(0x80 | ((cp >> 6) & 0x3F)),
+                    static_cast<char>(0x80 | (cp & 0x3F))};
+        }
+    }
+    return out;
+}
+
 extern "C" int wmain(int argc, wchar_t** argv) {
     std::vector<std::string> args;
-    for (int i = 0; i < argc; ++i) {
-        const int length = static_cast<int>(wcslen(argv[i]));
-        std::string arg(
-            WideCharToMultiByte(CP_UTF8, 0, argv[i], length, nullptr, 0, nullptr, nullptr), '\0');
-        WideCharToMultiByte(CP_UTF8, 0, argv[i], length, arg.data(), static_cast<int>(arg.size()),
-                            nullptr, nullptr);
-        args.push_back(arg);
-    }
+    for (int i = 0; i < argc; ++i) args.push_back(utf8(argv[i]));
     return run(args);
 }
 #else
