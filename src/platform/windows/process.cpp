@@ -205,15 +205,16 @@ struct Pipe {
     }
 };
 
-// Kills the whole job unless the run ended normally, so no exit from run_process leaves the
-// child or its children running.
+// The child and everything it starts; no way out of run_process leaves any of them running.
 struct Job {
     Handle handle;
-    bool done = false;
     Job() : handle(CreateJobObjectW(nullptr, nullptr)) {
-        // A child that means to outlive us leaves the job on purpose, as setsid() does on POSIX.
+        // Closing the job kills what is left in it, even when this process is terminated without
+        // a word (TerminateProcess, which is how an agent stops a hook it gave up on). A program
+        // that means to outlive the hook leaves the job on purpose, as setsid() does on POSIX.
         JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
-        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_BREAKAWAY_OK;
+        limits.BasicLimitInformation.LimitFlags =
+            JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_BREAKAWAY_OK;
         if (handle.h != nullptr) {
             SetInformationJobObject(handle.h, JobObjectExtendedLimitInformation, &limits,
                                     sizeof limits);
@@ -226,7 +227,6 @@ struct Job {
     ~Job() {
         const std::lock_guard lock(running_job_mutex);
         running_job = nullptr;
-        if (!done && handle.h != nullptr) TerminateJobObject(handle.h, 1);
     }
 };
 
@@ -234,7 +234,6 @@ struct Job {
                                 std::chrono::milliseconds timeout) {
     TerminateJobObject(job.handle.h, 1);
     WaitForSingleObject(process, INFINITE);
-    job.done = true;
     const auto ms = timeout.count();
     const std::string limit =
         ms % 1000 == 0 ? std::to_string(ms / 1000) + " seconds" : std::to_string(ms) + " ms";
@@ -312,7 +311,6 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
         const DWORD error = GetLastError();
         TerminateProcess(process.h, 1);
         WaitForSingleObject(process.h, INFINITE);
-        job.done = true;
         start_failed(argv[0], error);
     }
     ResumeThread(thread.h);
@@ -343,7 +341,6 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
     if (WaitForSingleObject(process.h, milliseconds_left(deadline)) != WAIT_OBJECT_0) {
         kill_and_reap(job, process.h, argv, timeout);
     }
-    job.done = true;
     DWORD code = 0;
     if (GetExitCodeProcess(process.h, &code)) result.exit_code = static_cast<int>(code);
     return result;
