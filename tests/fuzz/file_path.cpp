@@ -1,5 +1,6 @@
 // extract_file_path on arbitrary hook input, in a repository that holds links out of it, a link
 // loop and a file in place of a directory: whatever it returns lies at or below the repository.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
