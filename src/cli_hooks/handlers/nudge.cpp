@@ -91,7 +91,7 @@ int hook_suggest_tamblo(const HookArgs& args) {
     try {
         Json state = Json::object();
         state["last_nudge"] = now;
-        platform::write_file(_NUDGE_STATE_FILE, support::to_json_text(state));
+        platform::replace_file(_NUDGE_STATE_FILE, support::to_json_text(state));
     } catch (const platform::OsError&) {
         // Without a writable state file every qualifying search gets the nudge.
     }

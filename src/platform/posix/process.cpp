@@ -13,6 +13,8 @@
 #include <iterator>
 #include <thread>
 
+#include "platform/posix/fd.hpp"
+
 extern char** environ;
 
 namespace platform {
@@ -95,18 +97,6 @@ class SignalGuard {
     bool installed_[std::size(kTerminationSignals)] = {};
 };
 
-struct Fd {
-    int fd = -1;
-    Fd() = default;
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    ~Fd() { close(); }
-    void close() {
-        if (fd >= 0) ::close(fd);
-        fd = -1;
-    }
-};
-
 std::string describe(const std::vector<std::string>& argv) {
     std::string text;
     for (const auto& arg : argv) {
@@ -130,12 +120,10 @@ class Child {
         int out[2], err[2];
         if (::pipe2(out, O_CLOEXEC) != 0) fail_start(argv, errno);
         out_.fd = out[0];
-        Fd out_write;
-        out_write.fd = out[1];
+        posix::UniqueFd out_write(out[1]);
         if (::pipe2(err, O_CLOEXEC) != 0) fail_start(argv, errno);
         err_.fd = err[0];
-        Fd err_write;
-        err_write.fd = err[1];
+        posix::UniqueFd err_write(err[1]);
 
         std::vector<char*> args;
         for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
@@ -184,8 +172,8 @@ class Child {
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    Fd& out() { return out_; }
-    Fd& err() { return err_; }
+    posix::UniqueFd& out() { return out_; }
+    posix::UniqueFd& err() { return err_; }
 
     // The wait status once the child has ended; nullopt while it runs. A child that cannot be
     // waited for (SIGCHLD ignored, say) has an unknown status, never a successful one.
@@ -213,7 +201,7 @@ class Child {
     }
 
     SignalGuard signals_;  // first in, last out: covers the start and the final reap
-    Fd out_, err_;
+    posix::UniqueFd out_, err_;
     pid_t pid_ = -1;
     bool reaped_ = false;
 };
@@ -250,7 +238,7 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
     Child child(argv, program);
     ProcessResult result;
     pollfd fds[2] = {{child.out().fd, POLLIN, 0}, {child.err().fd, POLLIN, 0}};
-    Fd* owners[2] = {&child.out(), &child.err()};
+    posix::UniqueFd* owners[2] = {&child.out(), &child.err()};
     int open_streams = 2;
     char buf[65536];
     while (open_streams > 0) {
