@@ -31,11 +31,15 @@ HooksCommand::HooksCommand(CLI::App& subparsers) {
         if (hook.name == "log-conversation") {
             sub->add_option("--type", turn_type_, "Turn type: user or tool")
                 ->required()
-                ->check(CLI::IsMember({"user", "tool"}));
+                ->check(CLI::IsMember({"user", "tool"}))
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         }
         agents_[i] = hook.agent_default;
         const bool is_inject = hook.name == "inject-context";
-        sub->add_option("--agent", agents_[i], is_inject ? inject_agent_help : agent_help);
+        // A repeated option takes its last value, as parsers conventionally do: a parse error
+        // would exit 2, which Claude Code reads as "block this tool call".
+        sub->add_option("--agent", agents_[i], is_inject ? inject_agent_help : agent_help)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         subcommands_[i] = sub;
     }
 }
