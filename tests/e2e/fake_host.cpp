@@ -19,6 +19,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace {
@@ -34,7 +35,7 @@ bool read_file(const std::string& name, std::string& out) {
     return true;
 }
 
-void write_all(int fd, const std::string& data) {
+void write_all(int fd, std::string_view data) {
     std::size_t off = 0;
     while (off < data.size()) {
         const ssize_t n = ::write(fd, data.data() + off, data.size() - off);
@@ -90,8 +91,8 @@ int main(int argc, char** argv) {
         const std::string chunk(1 << 16, 'x');
         for (std::size_t left = std::strtoull(value.c_str(), nullptr, 10); left > 0;) {
             const std::size_t n = std::min(left, chunk.size());
-            write_all(2, chunk.substr(0, n));
-            write_all(1, chunk.substr(0, n));
+            write_all(2, std::string_view(chunk).substr(0, n));
+            write_all(1, std::string_view(chunk).substr(0, n));
             left -= n;
         }
     }

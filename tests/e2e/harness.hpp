@@ -18,7 +18,7 @@ struct HookRun {
     std::string err;        // standard error, bytes
     int status = -1;        // exit status, or -1 when ended by a signal
     int signal = 0;         // the signal that ended it, if any
-    long peak_rss_kib = 0;  // the hook's peak resident memory
+    long peak_rss_kib = 0;  // peak resident memory of the hook or of any child it waited for
 };
 
 // A signal sent to the hook's process group (as an agent's Ctrl-C reaches it) once `when_exists`
