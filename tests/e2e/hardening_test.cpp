@@ -8,7 +8,6 @@
 #include <chrono>
 #include <fstream>
 #include <functional>
-#include <regex>
 #include <thread>
 
 #include "harness.hpp"
@@ -343,8 +342,15 @@ class NudgeState : public Hardening {
         "`tamblo` skill.)\"}}\n";
 };
 
+// {"last_nudge": <digits>.<digits>}, and nothing else.
 bool is_state(const std::string& text) {
-    return std::regex_match(text, std::regex(R"(\{"last_nudge": \d+\.\d+\})"));
+    const std::string head = "{\"last_nudge\": ";
+    if (!text.starts_with(head) || !text.ends_with("}")) return false;
+    const std::string number = text.substr(head.size(), text.size() - head.size() - 1);
+    const auto point = number.find('.');
+    return point != std::string::npos && point > 0 && point + 1 < number.size() &&
+           number.find_first_not_of("0123456789.") == std::string::npos &&
+           number.find('.', point + 1) == std::string::npos;
 }
 
 // The state is written to a new file that replaces the old one: a link in its place is replaced,
