@@ -13,7 +13,7 @@
 #include <string>
 
 #include "cli_hooks/command/args.hpp"
-#include "cli_hooks/command/dispatch.hpp"
+#include "cli_hooks/hooks.hpp"
 
 namespace {
 
