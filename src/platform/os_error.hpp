@@ -9,7 +9,9 @@ namespace platform {
 class OsError : public std::runtime_error {
   public:
     OsError(const std::string& what, int code);
-    int code() const { return code_; }
+    int code() const { return code_; }  // errno; a Windows error code on Windows
+    // Whether the path the failure is about leads nowhere: a part is missing, or links loop.
+    bool leads_nowhere() const;
 
   private:
     int code_;

@@ -8,20 +8,24 @@
 //   <key>.stdout  written to standard output (default: nothing)
 //   <key>.stderr  written to standard error
 //   <key>.rc      exit status (default 1: the index service is down)
-//   <key>.sleep   seconds to sleep before answering
+//   <key>.sleep   seconds to sleep before answering; <key>.woke is created once they are over
 //   <key>.flood   a byte count written to both standard output and standard error first
 //   <key>.grandchild  seconds a grandchild sleeps while holding the output pipes open; it then
-//                     appends a line to grandchild.log, unless it was killed first
+//                     appends a line to grandchild.log, unless it was killed first.
+//                     <key>.pids receives "<own pid> <grandchild's pid>" once both run
 #ifdef _WIN32
 #include <windows.h>
 #else
 #include <unistd.h>
 #endif
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -46,8 +50,14 @@ void sleep_for(const std::string& seconds) {
     std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(seconds.c_str())));
 }
 
+void write_pids(const std::string& key, long child, long grandchild) {
+    const std::string pids = dir + "/" + key + ".pids";
+    std::ofstream(pids + ".tmp") << child << ' ' << grandchild << '\n';
+    std::rename((pids + ".tmp").c_str(), pids.c_str());  // whole, or not there
+}
+
 #ifdef _WIN32
-void write_all(int fd, const std::string& data) {
+void write_all(int fd, std::string_view data) {
     const HANDLE h = GetStdHandle(fd == 1 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
     std::size_t off = 0;
     while (off < data.size()) {
@@ -60,7 +70,7 @@ void write_all(int fd, const std::string& data) {
 }
 
 // This same program again, inheriting the output pipes, as the grandchild.
-void start_grandchild(const std::string& seconds) {
+void start_grandchild(const std::string& seconds, const std::string& key) {
     SetEnvironmentVariableA("FAKE_HOST_GRANDCHILD", seconds.c_str());
     wchar_t self[32768];
     GetModuleFileNameW(nullptr, self, 32768);
@@ -70,13 +80,14 @@ void start_grandchild(const std::string& seconds) {
     PROCESS_INFORMATION info{};
     if (CreateProcessW(self, command_line, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                        &info)) {
+        write_pids(key, GetCurrentProcessId(), info.dwProcessId);
         CloseHandle(info.hThread);
         CloseHandle(info.hProcess);
     }
     SetEnvironmentVariableA("FAKE_HOST_GRANDCHILD", nullptr);
 }
 #else
-void write_all(int fd, const std::string& data) {
+void write_all(int fd, std::string_view data) {
     std::size_t off = 0;
     while (off < data.size()) {
         const ssize_t n = ::write(fd, data.data() + off, data.size() - off);
@@ -85,12 +96,14 @@ void write_all(int fd, const std::string& data) {
     }
 }
 
-void start_grandchild(const std::string& seconds) {
-    if (::fork() == 0) {
+void start_grandchild(const std::string& seconds, const std::string& key) {
+    const pid_t grandchild = ::fork();
+    if (grandchild == 0) {
         sleep_for(seconds);
         append_file("grandchild.log", "woke\n");
         _exit(0);
     }
+    write_pids(key, ::getpid(), grandchild);
 }
 #endif
 
@@ -116,16 +129,21 @@ int run(const std::vector<std::string>& args) {
     }
 
     std::string value;
-    if (read_file(key + ".grandchild", value)) start_grandchild(value);
-    if (read_file(key + ".sleep", value)) sleep_for(value);
+    if (read_file(key + ".grandchild", value)) start_grandchild(value, key);
+    if (read_file(key + ".sleep", value)) {
+        sleep_for(value);
+        append_file(key + ".woke", "");
+    }
     if (read_file(key + ".flood", value)) {
-        const std::string chunk(std::strtoul(value.c_str(), nullptr, 10), 'x');
-        // Interleave so that a reader draining only one pipe deadlocks.
-        const std::size_t half = chunk.size() / 2;
-        write_all(2, chunk.substr(0, half));
-        write_all(1, chunk.substr(0, half));
-        write_all(2, chunk.substr(half));
-        write_all(1, chunk.substr(half));
+        // In pieces, stderr first, so that a reader draining only one pipe deadlocks, and
+        // without holding the whole amount: the hook's memory is what gets measured.
+        const std::string chunk(1 << 16, 'x');
+        for (std::size_t left = std::strtoull(value.c_str(), nullptr, 10); left > 0;) {
+            const std::size_t n = std::min(left, chunk.size());
+            write_all(2, std::string_view(chunk).substr(0, n));
+            write_all(1, std::string_view(chunk).substr(0, n));
+            left -= n;
+        }
     }
     if (read_file(key + ".stderr", value)) write_all(2, value);
     if (read_file(key + ".stdout", value)) write_all(1, value);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <filesystem>
 #include <map>
@@ -13,10 +14,19 @@ namespace e2e {
 namespace fs = std::filesystem;
 
 struct HookRun {
-    std::string out;  // standard output, bytes
-    std::string err;  // standard error, bytes
-    int status = -1;  // exit status, or -1 when ended by a signal
-    int signal = 0;   // the signal that ended it, if any
+    std::string out;        // standard output, bytes
+    std::string err;        // standard error, bytes
+    int status = -1;        // exit status, or -1 when ended by a signal
+    int signal = 0;         // the signal that ended it, if any
+    long peak_rss_kib = 0;  // peak resident memory of the hook or of any child it waited for
+};
+
+// A signal sent to the hook's process group (as an agent's Ctrl-C reaches it) once `when_exists`
+// appears, or to the hook alone (as an agent's kill of the hook's process).
+struct SignalAt {
+    int signal;
+    fs::path when_exists;
+    bool whole_group = true;
 };
 
 struct RunOptions {
@@ -26,12 +36,16 @@ struct RunOptions {
     // Overrides of the base environment; nullopt removes the variable.
     std::map<std::string, std::optional<std::string>> env;
     std::optional<fs::path> cwd;  // default: the fixture's repository directory
+    bool ignore_sigchld = false;  // start the hook with SIGCHLD ignored
+    std::optional<SignalAt> signal;
+    int limit_seconds = 60;  // then the hook is killed and the test fails
 };
 
 // The program under test is ORVANE_TEST_BINARY (default: this build's), started through
 // ORVANE_TEST_LAUNCHER when that is set ("wine" for the Windows build), with the fake host of
 // ORVANE_TEST_FAKE_HOST_DIR (default: this build's) first on its PATH.
 bool windows_build();
+const std::string& fake_host_dir();
 
 // `path` as the program under test sees it: unchanged here, under Wine "Z:\tmp\x" for /tmp/x.
 std::string native(const fs::path& path);
@@ -44,6 +58,9 @@ class HookTest : public ::testing::Test {
     void TearDown() override;
 
     HookRun run(const std::vector<std::string>& args, const RunOptions& options = {});
+    // `count` runs started together, their results in order.
+    std::vector<HookRun> run_together(int count, const std::vector<std::string>& args,
+                                      const RunOptions& options = {});
     HookRun hook(const std::string& name, const std::string& stdin_data,
                  const std::vector<std::string>& extra_args = {});
 
@@ -63,6 +80,16 @@ class HookTest : public ::testing::Test {
     fs::path repo_;      // the working directory of hook runs
     fs::path logs_;      // ORVANE_TAMBLO_LOG_DIR
     fs::path scenario_;  // FAKE_HOST_SCENARIO
+
+  private:
+    struct Started {
+        pid_t pid;
+        int out, err;
+        int stdin_write;  // -1 unless stdin never closes
+    };
+    std::vector<Started> start(int count, const std::vector<std::string>& args,
+                               const RunOptions& options);
+    HookRun finish(const Started& started, const RunOptions& options);
 };
 
 // The exact bytes a hook writes for `text` in `agent`'s form. The forms themselves are checked

@@ -1,5 +1,7 @@
 // What reaches the host as a child process: the hook input read through any byte-order mark,
 // every argument exactly as the agent wrote it, and nothing left running after a time limit.
+#include <signal.h>
+
 #include <chrono>
 #include <thread>
 
@@ -104,6 +106,35 @@ TEST_F(HostCalls, ChildKilledAtItsLimitTakesItsGrandchildAlong) {
     EXPECT_NE(debug_log().find("timed out after 5 seconds"), std::string::npos) << debug_log();
     std::this_thread::sleep_until(start + 7s);
     EXPECT_FALSE(fs::exists(scenario_ / "grandchild.log")) << "the grandchild outlived the limit";
+}
+
+// Under Wine, SIGTERM ends the hook's process outright, as TerminateProcess would, and SIGINT
+// arrives as Ctrl+C; either way the child and the grandchild it started go with the hook.
+TEST_F(HostCalls, StoppedHookLeavesNothingRunning) {
+    if (!windows_build()) {
+        GTEST_SKIP() << "Windows only: Hardening.SignalEndsTheHookAndEveryProcessItStarted checks "
+                        "POSIX builds by process id";
+    }
+    scenario_file("conversation-log-turn.sleep", "5");
+    scenario_file("conversation-log-turn.grandchild", "5");
+    for (int sig : {SIGTERM, SIGINT}) {
+        SCOPED_TRACE(strsignal(sig));
+        for (const char* file :
+             {"conversation-log-turn.pids", "conversation-log-turn.woke", "grandchild.log"}) {
+            fs::remove(scenario_ / file);
+        }
+        RunOptions options;
+        options.stdin_data = R"({"prompt": "hi"})";
+        options.signal = SignalAt{sig, scenario_ / "conversation-log-turn.pids", false};
+        const auto start = std::chrono::steady_clock::now();
+        const HookRun r = run({"hooks", "log-conversation", "--type", "user"}, options);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "");
+        // Past the moment either would have woken, neither has left its mark.
+        std::this_thread::sleep_until(start + 6s);
+        EXPECT_FALSE(fs::exists(scenario_ / "conversation-log-turn.woke")) << "the child lived on";
+        EXPECT_FALSE(fs::exists(scenario_ / "grandchild.log")) << "the grandchild lived on";
+    }
 }
 
 }  // namespace

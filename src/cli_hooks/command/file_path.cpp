@@ -26,17 +26,11 @@ const Json* find_candidate(const HookInput& data) {
     return nullptr;
 }
 
-// Whether `path` is `dir` or lies below it, compared whole component by component in the
-// platform's case form: /repo2 is not inside /repo; on Windows C:\Repo\a is inside c:\repo and
-// nothing on D: is.
-bool is_within(const std::string& dir, const std::string& path) {
-    const platform::PathParts d = platform::split_path(platform::normal_case(dir));
-    const platform::PathParts p = platform::split_path(platform::normal_case(path));
-    if (d.root != p.root || d.parts.size() > p.parts.size()) return false;
-    for (std::size_t i = 0; i < d.parts.size(); ++i) {
-        if (d.parts[i] != p.parts[i]) return false;
-    }
-    return true;
+// Whether `path` is `dir` or lies below it, in the platform's case form: on Windows
+// C:\Repo\a is inside c:\repo and nothing on D: is.
+bool inside(const std::string& dir, const std::string& path) {
+    return platform::is_within(platform::split_path(platform::normal_case(dir)),
+                               platform::split_path(platform::normal_case(path)));
 }
 
 }  // namespace
@@ -48,7 +42,7 @@ std::optional<std::string> extract_file_path(const HookInput& data) {
     try {
         const std::string normalized = platform::canonical_path(raw);
         const std::string cwd = platform::canonical_path(platform::current_directory());
-        if (!is_within(cwd, normalized)) {
+        if (!inside(cwd, normalized)) {
             _hook_debug_log("extract_file_path rejected (outside cwd): " + normalized);
             return std::nullopt;
         }
@@ -64,7 +58,7 @@ std::optional<std::string> extract_file_path(const HookInput& data) {
 std::string get_relative_path(const std::string& file_path) {
     if (!platform::is_absolute(file_path)) return file_path;
     const std::string cwd = platform::current_directory();
-    if (!is_within(cwd, file_path)) {
+    if (!inside(cwd, file_path)) {
         _hook_debug_log("get_relative_path: not under cwd, using as-is ('" + file_path +
                         "' is not in the subpath of '" + cwd + "')");
         return file_path;

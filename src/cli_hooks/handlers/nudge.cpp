@@ -90,7 +90,7 @@ int hook_suggest_tamblo(const HookArgs& args) {
     if (nudged_recently(now)) return 0;
     try {
         const Json state = Json::object().set("last_nudge", now);
-        platform::write_file(_NUDGE_STATE_FILE, support::to_json_text(state));
+        platform::replace_file(_NUDGE_STATE_FILE, support::to_json_text(state));
     } catch (const platform::OsError&) {
         // Without a writable state file every qualifying search gets the nudge.
     }

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "cli_hooks/command/debug_log.hpp"
 #include "cli_hooks/command/input.hpp"
 #include "cli_hooks/output/response.hpp"
 #include "cli_hooks/query/conversation.hpp"
@@ -98,7 +99,9 @@ int hook_session_start(const HookArgs& args, const std::optional<std::string>& f
 
     std::vector<std::string> sections;
     if (!is_compact) {
-        std::string brief = host::get_orvane_session_brief();
+        std::string note;
+        std::string brief = host::get_orvane_session_brief(&note);
+        if (!note.empty()) _hook_debug_log("hook_session_start: " + note);
         if (!brief.empty()) sections.push_back(std::move(brief));
     }
     if (auto conversation = get_conversation_context(); conversation && !conversation->empty()) {

@@ -2,13 +2,16 @@
 
 #include <array>
 
-#include "cli_hooks/command/input.hpp"
+#include "cli_hooks/command/agent.hpp"
 #include "platform/io.hpp"
+#include "support/json.hpp"
 #include "support/json_text.hpp"
 #include "support/text.hpp"
 #include "support/utf8.hpp"
 
 namespace cli_hooks {
+
+using support::Json;
 
 namespace {
 

@@ -31,7 +31,7 @@ std::optional<Json> _run_query_json(const std::vector<std::string>& cmd, int tim
 
 std::optional<std::string> _run_host_command(const std::vector<std::string>& cmd, int timeout) {
     try {
-        platform::run_process(cmd, std::chrono::seconds(timeout));
+        platform::run_process(cmd, std::chrono::seconds(timeout), platform::ChildOutput::discard);
     } catch (const platform::ProcessError& e) {
         return e.what();
     }

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+
 #include "platform/os_error.hpp"
 #include "platform/path.hpp"
 #include "platform/windows/wide.hpp"
@@ -39,26 +41,29 @@ std::optional<DWORD> attributes(const std::string& path) {
     const File file(CreateFileW(windows::wide_path(path).c_str(), 0, kShareAll, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (file.h == INVALID_HANDLE_VALUE) {
-        if (is_missing(GetLastError())) return std::nullopt;
+        const DWORD error = GetLastError();
+        if (is_missing(error)) return std::nullopt;
+        // Something no file handle opens (a socket's reparse point, a FIFO under Wine) is there,
+        // listed in its directory, but is no regular file.
+        WIN32_FIND_DATAW entry{};
+        const HANDLE found = path.find_first_of("*?") == std::string::npos
+                                 ? FindFirstFileW(windows::wide_path(path).c_str(), &entry)
+                                 : INVALID_HANDLE_VALUE;
+        if (found != INVALID_HANDLE_VALUE) {
+            FindClose(found);
+            return FILE_ATTRIBUTE_DEVICE;
+        }
+        SetLastError(error);
         fail("cannot inspect", path);
     }
+    if (GetFileType(file.h) != FILE_TYPE_DISK) return FILE_ATTRIBUTE_DEVICE;
     BY_HANDLE_FILE_INFORMATION info{};
     if (!GetFileInformationByHandle(file.h, &info)) fail("cannot inspect", path);
-    if (GetFileType(file.h) != FILE_TYPE_DISK) return FILE_ATTRIBUTE_DEVICE;
     return info.dwFileAttributes;
 }
 
 bool regular(DWORD attrs) {
     return (attrs & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) == 0;
-}
-
-void write_all(HANDLE h, std::string_view data, const std::string& path) {
-    while (!data.empty()) {
-        DWORD n = 0;
-        const DWORD chunk = data.size() > (1u << 30) ? (1u << 30) : static_cast<DWORD>(data.size());
-        if (!WriteFile(h, data.data(), chunk, &n, nullptr)) fail("cannot write", path);
-        data.remove_prefix(n);
-    }
 }
 
 }  // namespace
@@ -68,6 +73,10 @@ void append_file(const std::string& path, std::string_view data) {
     const File file(CreateFileW(windows::wide_path(path).c_str(), FILE_APPEND_DATA, kShareAll,
                                 nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (file.h == INVALID_HANDLE_VALUE) fail("cannot open", path);
+    // A pipe or a device named as a log would take or block what is written to it.
+    if (GetFileType(file.h) != FILE_TYPE_DISK) {
+        throw OsError("will not append to " + path, ERROR_INVALID_PARAMETER);
+    }
     DWORD n = 0;
     if (!WriteFile(file.h, data.data(), static_cast<DWORD>(data.size()), &n, nullptr)) {
         fail("cannot write", path);
@@ -75,32 +84,33 @@ void append_file(const std::string& path, std::string_view data) {
     if (n != data.size()) throw OsError("short write to " + path, ERROR_WRITE_FAULT);
 }
 
-std::optional<std::string> read_regular_file(const std::string& path) {
+std::optional<std::string> read_regular_file(const std::string& path, std::size_t limit) {
     const auto attrs = attributes(path);
     if (!attrs || !regular(*attrs)) return std::nullopt;
     const File file(CreateFileW(windows::wide_path(path).c_str(), GENERIC_READ, kShareAll, nullptr,
                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (file.h == INVALID_HANDLE_VALUE) fail("cannot open", path);
+    if (GetFileType(file.h) != FILE_TYPE_DISK) return std::nullopt;  // replaced since
     std::string data;
     char buf[65536];
-    for (;;) {
+    while (data.size() < limit) {
+        const DWORD want =
+            static_cast<DWORD>(std::min<std::size_t>(sizeof buf, limit - data.size()));
         DWORD n = 0;
-        if (!ReadFile(file.h, buf, sizeof buf, &n, nullptr)) fail("cannot read", path);
-        if (n == 0) return data;
+        if (!ReadFile(file.h, buf, want, &n, nullptr)) fail("cannot read", path);
+        if (n == 0) break;
         data.append(buf, n);
     }
-}
-
-void write_file(const std::string& path, std::string_view data) {
-    const File file(CreateFileW(windows::wide_path(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
-                                nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (file.h == INVALID_HANDLE_VALUE) fail("cannot open", path);
-    write_all(file.h, data, path);
+    return data;
 }
 
 bool is_regular_file(const std::string& path) {
     const auto attrs = attributes(path);
     return attrs && regular(*attrs);
+}
+
+bool path_exists(const std::string& path) {
+    return attributes(path).has_value();
 }
 
 void create_directories(const std::string& path) {

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <optional>
 #include <stdexcept>
 
 #include "platform/os_error.hpp"
@@ -87,6 +88,17 @@ bool is_missing(DWORD error) {
 bool is_reparse_point(const std::wstring& path) {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT);
+}
+
+// The name of what `path` names as its directory lists it, when it is there and no link.
+std::optional<std::wstring> listed_name(const std::wstring& path) {
+    if (path.find_first_of(L"*?") != std::wstring::npos) return std::nullopt;  // a pattern
+    WIN32_FIND_DATAW entry{};
+    const HANDLE found = FindFirstFileW(path.c_str(), &entry);
+    if (found == INVALID_HANDLE_VALUE) return std::nullopt;
+    FindClose(found);
+    if (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) return std::nullopt;
+    return std::wstring(entry.cFileName);
 }
 
 // "C:\x" for "\\?\C:\x", "\\server\share" for "\\?\UNC\server\share": the form people write.
@@ -200,8 +212,15 @@ std::string canonical_path(std::string_view path) {
             break;
         }
         const DWORD error = GetLastError();
+        std::wstring name;  // the last part as written, or as listed when it is there
         if (!is_missing(error)) {
-            throw OsError("cannot inspect " + windows::narrow(head), static_cast<int>(error));
+            // Listed in its directory but not to be opened (a FIFO under Wine, a socket): no
+            // link to follow, so the parent is resolved and the name taken as listed.
+            const auto listed = listed_name(api_path);
+            if (!listed) {
+                throw OsError("cannot inspect " + windows::narrow(head), static_cast<int>(error));
+            }
+            name = *listed;
         }
         // A link whose target is missing could lead anywhere: refuse rather than guess.
         if (is_reparse_point(api_path)) {
@@ -210,7 +229,8 @@ std::string canonical_path(std::string_view path) {
         if (head.size() <= root) break;  // a drive or share that is not there
         std::size_t cut = head.size();
         while (cut > root && head[cut - 1] != L'\\' && head[cut - 1] != L'/') --cut;
-        tail = tail.empty() ? head.substr(cut) : head.substr(cut) + L"\\" + tail;
+        if (name.empty()) name = head.substr(cut);
+        tail = tail.empty() ? name : name + L"\\" + tail;
         head.resize(cut);
     }
     if (!tail.empty()) {

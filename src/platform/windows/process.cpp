@@ -101,47 +101,6 @@ std::wstring command_line(const std::vector<std::string>& argv) {
     return line;
 }
 
-bool is_runnable_extension(std::string_view ext) {
-    // A batch file would run through cmd.exe, which parses the arguments again by its own rules.
-    return normal_case(ext) == ".exe" || normal_case(ext) == ".com";
-}
-
-// `name` looked up in the absolute PATH entries with PATHEXT's program extensions.
-std::optional<std::string> find_on_path(const std::string& name) {
-    const std::string path_ext = get_env("PATHEXT").value_or(".COM;.EXE");
-    std::vector<std::string> extensions;
-    std::size_t start = 0;
-    while (start <= path_ext.size()) {
-        std::size_t end = path_ext.find(';', start);
-        if (end == std::string::npos) end = path_ext.size();
-        const std::string ext = path_ext.substr(start, end - start);
-        if (is_runnable_extension(ext)) extensions.push_back(ext);
-        start = end + 1;
-    }
-    const std::string path = get_env("PATH").value_or("");
-    start = 0;
-    while (start <= path.size()) {
-        std::size_t end = path.find(';', start);
-        if (end == std::string::npos) end = path.size();
-        std::string dir = path.substr(start, end - start);
-        start = end + 1;
-        if (dir.size() >= 2 && dir.front() == '"' && dir.back() == '"') {
-            dir = dir.substr(1, dir.size() - 2);
-        }
-        // The working directory belongs to the repository: a relative entry is never searched.
-        if (!is_absolute(dir)) continue;
-        for (const auto& ext : extensions) {
-            const std::string candidate = join_path(dir, name + ext);
-            try {
-                if (is_regular_file(candidate)) return candidate;
-            } catch (const OsError&) {
-                // An entry that cannot be looked at holds nothing we can start.
-            }
-        }
-    }
-    return std::nullopt;
-}
-
 // Our end of a pipe the child writes to, read asynchronously so that both can be drained at
 // once; the child's end is inheritable.
 struct Pipe {
@@ -152,7 +111,7 @@ struct Pipe {
     char buffer[65536];
     bool open = true;
     bool pending = false;
-    std::string* sink = nullptr;
+    std::string* sink = nullptr;  // nullptr: read and thrown away
 
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
@@ -193,47 +152,85 @@ struct Pipe {
         }
     }
 
-    void finish_read() {
+    // Takes what the finished read brought; false when it would pass the output limit.
+    bool finish_read() {
         pending = false;
         DWORD n = 0;
         if (!GetOverlappedResult(ours.h, &overlapped, &n, FALSE)) {
             open = false;
-            return;
+            return true;
         }
-        sink->append(buffer, n);
+        if (sink != nullptr) {
+            if (sink->size() + n > kMaxChildOutput) return false;
+            sink->append(buffer, n);
+        }
         start_read();
+        return true;
     }
 };
 
-// The child and everything it starts; no way out of run_process leaves any of them running.
-struct Job {
-    Handle handle;
-    Job() : handle(CreateJobObjectW(nullptr, nullptr)) {
+// The child and everything it starts, in a job; whenever the run ends before the child has been
+// waited for (time-out, too much output, any exception on the way), all of it is killed and the
+// child waited for.
+class Child {
+  public:
+    Child() : job_(CreateJobObjectW(nullptr, nullptr)) {
         // Closing the job kills what is left in it, even when this process is terminated without
         // a word (TerminateProcess, which is how an agent stops a hook it gave up on). A program
         // that means to outlive the hook leaves the job on purpose, as setsid() does on POSIX.
         JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
         limits.BasicLimitInformation.LimitFlags =
             JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_BREAKAWAY_OK;
-        if (handle.h != nullptr) {
-            SetInformationJobObject(handle.h, JobObjectExtendedLimitInformation, &limits,
+        if (job_.h != nullptr) {
+            SetInformationJobObject(job_.h, JobObjectExtendedLimitInformation, &limits,
                                     sizeof limits);
             const std::lock_guard lock(running_job_mutex);
-            running_job = handle.h;
+            running_job = job_.h;
         }
     }
-    Job(const Job&) = delete;
-    Job& operator=(const Job&) = delete;
-    ~Job() {
-        const std::lock_guard lock(running_job_mutex);
-        running_job = nullptr;
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() {
+        {
+            const std::lock_guard lock(running_job_mutex);
+            running_job = nullptr;
+        }
+        if (process_.h != nullptr && !waited_) {
+            TerminateJobObject(job_.h, 1);
+            WaitForSingleObject(process_.h, INFINITE);
+        }
     }
+
+    HANDLE job() const { return job_.h; }
+    HANDLE process() const { return process_.h; }
+    void started(const PROCESS_INFORMATION& info) {
+        process_.reset(info.hProcess);
+        thread_.reset(info.hThread);
+    }
+    HANDLE thread() const { return thread_.h; }
+
+    // The exit code once the child has ended within `ms`, else nullopt.
+    std::optional<DWORD> wait(DWORD ms, const std::vector<std::string>& argv) {
+        if (WaitForSingleObject(process_.h, ms) != WAIT_OBJECT_0) return std::nullopt;
+        waited_ = true;
+        DWORD code = 0;
+        if (!GetExitCodeProcess(process_.h, &code)) {
+            throw ProcessWaitError(OsError("cannot learn how '" + describe(argv) + "' ended",
+                                           static_cast<int>(GetLastError()))
+                                       .what());
+        }
+        return code;
+    }
+
+  private:
+    Handle job_;
+    Handle process_;
+    Handle thread_;
+    bool waited_ = false;
 };
 
-[[noreturn]] void kill_and_reap(Job& job, HANDLE process, const std::vector<std::string>& argv,
-                                std::chrono::milliseconds timeout) {
-    TerminateJobObject(job.handle.h, 1);
-    WaitForSingleObject(process, INFINITE);
+[[noreturn]] void time_out(const std::vector<std::string>& argv,
+                           std::chrono::milliseconds timeout) {
     const auto ms = timeout.count();
     const std::string limit =
         ms % 1000 == 0 ? std::to_string(ms / 1000) + " seconds" : std::to_string(ms) + " ms";
@@ -242,25 +239,28 @@ struct Job {
 
 }  // namespace
 
-ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout) {
+ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
+                          ChildOutput output) {
     if (argv.empty()) throw ProcessStartError("could not start: empty command");
     for (const auto& arg : argv) {
         // A command line ends at a NUL: the child would get a different, shorter argument.
         if (arg.find('\0') != std::string::npos) {
-            throw std::invalid_argument("argument holds a NUL character");
+            throw std::invalid_argument("cannot run " + std::string(argv[0].c_str()) +
+                                        ": an argument holds a NUL character");
         }
     }
     const auto deadline = Clock::now() + timeout;
     install_console_handler();
 
-    const auto program = find_on_path(argv[0]);
+    const auto program = find_program(argv[0]);
     if (!program) start_failed(argv[0], ERROR_FILE_NOT_FOUND);
     std::wstring line = command_line(argv);
+    // The most a command line may hold, its terminating NUL included.
     if (line.size() >= 32767) start_failed(argv[0], ERROR_FILENAME_EXCED_RANGE);
 
     ProcessResult result;
-    Pipe out(&result.out);
-    Pipe err(&result.err);
+    Pipe out(output == ChildOutput::keep ? &result.out : nullptr);
+    Pipe err(nullptr);  // drained, never kept
     if (!out.ready() || !err.ready()) start_failed(argv[0], GetLastError());
 
     // Standard input is shared with the child, through a copy it may inherit.
@@ -294,8 +294,8 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
     startup.StartupInfo.hStdError = err.theirs.h;
     startup.lpAttributeList = attributes;
 
-    Job job;
-    if (job.handle.h == nullptr) start_failed(argv[0], GetLastError());
+    Child child;
+    if (child.job() == nullptr) start_failed(argv[0], GetLastError());
     PROCESS_INFORMATION info{};
     const std::wstring application = windows::wide_path(*program);
     // Suspended until it is in the job, so that nothing it starts escapes the deadline.
@@ -305,15 +305,14 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
     const DWORD start_error = GetLastError();
     DeleteProcThreadAttributeList(attributes);
     if (!started) start_failed(argv[0], start_error);
-    const Handle process(info.hProcess);
-    const Handle thread(info.hThread);
-    if (!AssignProcessToJobObject(job.handle.h, process.h)) {
+    child.started(info);
+    if (!AssignProcessToJobObject(child.job(), child.process())) {
         const DWORD error = GetLastError();
-        TerminateProcess(process.h, 1);
-        WaitForSingleObject(process.h, INFINITE);
+        TerminateProcess(child.process(), 1);  // not in the job: the guard cannot reach it
+        WaitForSingleObject(child.process(), INFINITE);
         start_failed(argv[0], error);
     }
-    ResumeThread(thread.h);
+    ResumeThread(child.thread());
     out.theirs.reset();
     err.theirs.reset();
     input.reset();
@@ -330,19 +329,21 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
             pipes[count++] = pipe;
         }
         const DWORD wait_ms = milliseconds_left(deadline);
-        if (wait_ms == 0) kill_and_reap(job, process.h, argv, timeout);
+        if (wait_ms == 0) time_out(argv, timeout);
         const DWORD ready = WaitForMultipleObjects(count, events, FALSE, wait_ms);
-        if (ready == WAIT_TIMEOUT) kill_and_reap(job, process.h, argv, timeout);
+        if (ready == WAIT_TIMEOUT) time_out(argv, timeout);
         if (ready >= WAIT_OBJECT_0 + count) break;
-        pipes[ready - WAIT_OBJECT_0]->finish_read();
+        if (!pipes[ready - WAIT_OBJECT_0]->finish_read()) {
+            throw ProcessOutputTooLarge("command '" + describe(argv) + "' wrote more than " +
+                                        std::to_string(kMaxChildOutput >> 20) +
+                                        " MiB to standard output");
+        }
     }
 
     // Both streams are closed; the child is normally gone by now or about to be.
-    if (WaitForSingleObject(process.h, milliseconds_left(deadline)) != WAIT_OBJECT_0) {
-        kill_and_reap(job, process.h, argv, timeout);
-    }
-    DWORD code = 0;
-    if (GetExitCodeProcess(process.h, &code)) result.exit_code = static_cast<int>(code);
+    const auto code = child.wait(milliseconds_left(deadline), argv);
+    if (!code) time_out(argv, timeout);
+    result.exit_code = static_cast<int>(*code);
     return result;
 }
 
