@@ -1,6 +1,5 @@
 #include "harness.hpp"
 
-#include "cli_hooks/output/response.hpp"
 #include "support/json_text.hpp"
 
 #include <fcntl.h>
@@ -30,14 +29,6 @@ std::string read_file(const fs::path& path) {
 
 void write_file(const fs::path& path, const std::string& content) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
-}
-
-std::string response(const std::string& agent, const std::string& event, const std::string& text) {
-    return cli_hooks::format_response(agent, event, text);
-}
-
-std::string system_message(const std::string& agent, const std::string& text) {
-    return cli_hooks::format_system_message(agent, text);
 }
 
 std::string input_with_path(const std::string& agent, const std::string& path) {

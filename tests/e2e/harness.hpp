@@ -82,11 +82,6 @@ class HookTest : public ::testing::Test {
     HookRun finish(const Started& started, const RunOptions& options);
 };
 
-// The exact bytes a hook writes for `text` in `agent`'s form. The forms themselves are checked
-// byte for byte by the unit tests, so end-to-end tests compare the texts through these.
-std::string response(const std::string& agent, const std::string& event, const std::string& text);
-std::string system_message(const std::string& agent, const std::string& text);
-
 // Each agent's hook input naming `path` in the member that agent uses.
 std::string input_with_path(const std::string& agent, const std::string& path);
 
