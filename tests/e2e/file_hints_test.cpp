@@ -60,11 +60,8 @@ TEST_F(FileHints, WhenEachHookSpeaks) {
         SCOPED_TRACE(row.agent + " " + row.hook + " " + row.answer +
                      " rc=" + std::to_string(row.rc));
         answer(kRecallKey, row.answer, row.rc);
-        const HookRun r =
-            hook(row.hook, input_with_path(row.agent, absolute), {"--agent", row.agent});
-        EXPECT_EQ(r.out, row.out);
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(hook(row.hook, input_with_path(row.agent, absolute), {"--agent", row.agent}),
+                     row.out);
     }
     const std::vector<std::string> call = {"query", "understand", "--action=recall",
                                            "--target=src/app/my file.py"};
@@ -76,10 +73,7 @@ TEST_F(FileHints, NoUsablePathStartsNoChild) {
                                     R"({"filePath": "../other/x.py"})"}) {
         for (const char* name : {"check-cache", "refresh-cache", "remind-store"}) {
             SCOPED_TRACE(std::string(name) + " " + input);
-            const HookRun r = hook(name, input);
-            EXPECT_EQ(r.out, "");
-            EXPECT_EQ(r.err, "");
-            EXPECT_EQ(r.status, 0);
+            expect_clean(hook(name, input), "");
         }
     }
     EXPECT_TRUE(host_calls().empty());

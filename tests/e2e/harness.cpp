@@ -48,6 +48,12 @@ void expect_guarded(const HookRun& run, const std::string& hook) {
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
 }
 
+void expect_clean(const HookRun& run, const std::string& out) {
+    EXPECT_EQ(run.out, out);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+}
+
 void HookTest::SetUp() {
     char pattern[] = "/tmp/orvane-e2e-XXXXXX";
     root_ = ::mkdtemp(pattern);

@@ -87,6 +87,8 @@ std::string input_with_path(const std::string& agent, const std::string& path);
 
 // One line on standard error from the dispatcher's guard, status 0, nothing on standard output.
 void expect_guarded(const HookRun& run, const std::string& hook);
+// Exactly `out` on standard output, nothing on standard error, status 0.
+void expect_clean(const HookRun& run, const std::string& out);
 
 std::string read_file(const fs::path& path);
 void write_file(const fs::path& path, const std::string& content);

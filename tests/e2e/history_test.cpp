@@ -24,10 +24,7 @@ class History : public HookTest {
         for (const Row& row : rows) {
             SCOPED_TRACE(row.input.substr(0, 200));
             fs::remove(scenario_ / "calls.log");
-            const HookRun r = hook(args[0], row.input, Args(args.begin() + 1, args.end()));
-            EXPECT_EQ(r.out, "");
-            EXPECT_EQ(r.err, "");
-            EXPECT_EQ(r.status, 0);
+            expect_clean(hook(args[0], row.input, Args(args.begin() + 1, args.end())), "");
             std::vector<Args> calls;
             if (row.call) calls.push_back(*row.call);
             for (Args& call : calls) call.insert(call.begin(), "conversation");
@@ -61,29 +58,24 @@ TEST_F(History, ToolTurnArguments) {
     const std::string name1500(1500, 'n');
     const std::string x40000(40000, 'x');
     const Args read = {"log-turn", "--type", "tool", "--tool-name", "Read"};
-    auto read_and = [&read](Args tail) {
-        tail.insert(tail.begin(), read.begin(), read.end());
-        return tail;
-    };
-    run_rows(
-        {"log-conversation", "--type", "tool"},
-        {
-            {R"({"session_id": "s1", "tool_name": "Read", "tool_result": "ok",
+    run_rows({"log-conversation", "--type", "tool"},
+             {
+                 // Input and result as our JSON text: members in their order, ASCII only.
+                 {R"({"session_id": "s1", "tool_name": "Read", "tool_result": {"b": 1, "a": 2},
                       "tool_input": {"file_path": "/a/ü.py"}})",
-             Args{"log-turn", "--session-id=s1", "--type", "tool", "--tool-name", "Read",
-                  "--tool-input", R"({"file_path": "/a/\u00fc.py"})", "--tool-result", R"("ok")"}},
-            {R"({"tool_name": "Read", "tool_input": {}, "tool_result": ""})", read},
-            {R"({"tool_name": "Read", "tool_input": [], "tool_result": false})", read},
-            {R"({"tool_name": "Read", "tool_result": {"b": 1, "a": 2},
-                      "tool_input": {"x": 2.0, "y": 1e2, "z": [1, true, null]}})",
-             read_and({"--tool-input", R"({"x": 2.0, "y": 100.0, "z": [1, true, null]})",
-                       "--tool-result", R"({"b": 1, "a": 2})"})},
-            {R"({"tool_name": "Read", "tool_result": ")" + x40000 + R"("})",
-             read_and({"--tool-result", "\"" + x40000.substr(0, 29999)})},
-            {R"({"tool_name": ")" + name1500 + R"("})",
-             Args{"log-turn", "--type", "tool", "--tool-name", name1500.substr(0, 1000)}},
-            {R"({"tool_name": "", "tool_input": {"a": 1}})", std::nullopt},
-        });
+                  Args{"log-turn", "--session-id=s1", "--type", "tool", "--tool-name", "Read",
+                       "--tool-input", R"({"file_path": "/a/\u00fc.py"})", "--tool-result",
+                       R"({"b": 1, "a": 2})"}},
+                 {R"({"tool_name": "Read", "tool_input": {}, "tool_result": ""})", read},
+                 {R"({"tool_name": "Read", "tool_input": [], "tool_result": false})", read},
+                 // The JSON text is cut, closing quote and all.
+                 {R"({"tool_name": "Read", "tool_result": ")" + x40000 + R"("})",
+                  Args{"log-turn", "--type", "tool", "--tool-name", "Read", "--tool-result",
+                       "\"" + x40000.substr(0, 29999)}},
+                 {R"({"tool_name": ")" + name1500 + R"("})",
+                  Args{"log-turn", "--type", "tool", "--tool-name", name1500.substr(0, 1000)}},
+                 {R"({"tool_name": "", "tool_input": {"a": 1}})", std::nullopt},
+             });
 }
 
 TEST_F(History, FinalizeArguments) {
@@ -116,7 +108,6 @@ TEST_F(History, WrongKindOfValueEndsThroughTheGuardBeforeAnyChild) {
         {{"log-conversation", "--type", "tool"}, R"({"session_id": true})"},
         {{"finalize"}, R"({"session_id": 42})"},
         {{"finalize"}, R"({"session_id": "s1", "reason": ["a"]})"},
-        {{"finalize"}, R"({"reason": {"a": 1}})"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args[0] + " " + c.input);
@@ -159,9 +150,7 @@ TEST_F(History, ChildFailuresAreOnlyLogged) {
         if (c.slow) {
             EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4900));
         }
-        EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(r, "");
         EXPECT_TRUE(std::regex_search(host_log(), std::regex(c.log_re))) << host_log();
         const std::string failed = c.hook == "finalize" ? "hook_finalize" : "hook_log_conversation";
         EXPECT_TRUE(std::regex_search(debug_log(), std::regex("(^|\n)\\d\\d:\\d\\d:\\d\\d " +

@@ -49,9 +49,7 @@ TEST_F(Notices, PersistLearningsSpeaksOnlyWithCachedEntries) {
             expect_guarded(r, "persist-learnings");
             continue;
         }
-        EXPECT_EQ(r.out, *row.out);
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(r, *row.out);
     }
     EXPECT_EQ(host_calls(), Calls(std::size(rows), kStatsCall)) << "only the total is needed";
 }
@@ -77,9 +75,7 @@ TEST_F(Notices, InjectContextJoinsConversationAndCacheLine) {
         conversation(row.conversation);
         stats(row.stats);
         const HookRun r = hook("inject-context", "{}");  // no --agent: Windsurf's plain text
-        EXPECT_EQ(r.out, row.out);
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(r, row.out);
     }
     // "pre_prompt" is no context event for Claude Code; the conversation is asked for first.
     conversation(true);

@@ -62,11 +62,9 @@ class SuggestTamblo : public HookTest {
                        const std::vector<std::string>& args = {}) {
         const bool existed = fs::exists(state_);
         const std::string before = read_file(state_);
-        const HookRun r =
-            hook("suggest-tamblo", R"({"tool_input": {"pattern": )" + pattern_json + "}}", args);
-        EXPECT_EQ(r.out, shown.empty() ? "" : nudge(shown));
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(
+            hook("suggest-tamblo", R"({"tool_input": {"pattern": )" + pattern_json + "}}", args),
+            shown.empty() ? "" : nudge(shown));
         const std::string text = read_file(state_);
         if (shown.empty()) {
             EXPECT_EQ(fs::exists(state_), existed);
@@ -175,9 +173,9 @@ TEST_F(SuggestTamblo, UnwritableStateNudgesEveryTime) {
     // neither read nor written.
     fs::create_directory(state_);
     for (int i = 0; i < 2; ++i) {
-        const HookRun r = hook("suggest-tamblo", R"({"tool_input": {"pattern": "getUser"}})");
-        EXPECT_EQ(r.out, kGetUserNudge) << "run " << i;
-        EXPECT_EQ(r.err, "");
+        SCOPED_TRACE(i);
+        expect_clean(hook("suggest-tamblo", R"({"tool_input": {"pattern": "getUser"}})"),
+                     kGetUserNudge);
     }
     EXPECT_TRUE(fs::is_directory(state_));
 }

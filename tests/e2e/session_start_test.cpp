@@ -122,10 +122,7 @@ TEST_F(SessionStart, WorkedExampleAndWhenToAnswer) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.agent + " " + row.input);
         fs::remove(scenario_ / "calls.log");
-        const HookRun r = hook("session-start", row.input, {"--agent", row.agent});
-        EXPECT_EQ(r.out, row.out);
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(hook("session-start", row.input, {"--agent", row.agent}), row.out);
         EXPECT_EQ(host_calls().empty(), row.out.empty());
     }
 }
@@ -208,10 +205,8 @@ TEST_F(SessionStart, QueryRunnerOutcomes) {
         answer("query-understand-stats", row.out, row.rc);
         RunOptions options;
         if (row.rc < 0) options.env["PATH"] = "/usr/bin:/bin";
-        const HookRun r = run({"hooks", "session-start", "--agent", "windsurf"}, options);
-        EXPECT_EQ(r.out, "B\n\n" + row.cache + "\n");
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(run({"hooks", "session-start", "--agent", "windsurf"}, options),
+                     "B\n\n" + row.cache + "\n");
         EXPECT_EQ(host_calls().empty(), row.rc < 0);
         EXPECT_EQ(runner_failures().size(), row.logged);
         EXPECT_EQ(debug_log().find("child complaint"), std::string::npos);
