@@ -103,8 +103,8 @@ TEST_F(SuggestTamblo, OnlyIdentifierShapedPatternsNudge) {
     }
 }
 
-// The last nudge is stamped before each run, so the time the run takes only adds to the interval:
-// no case depends on how fast the hook starts.
+// The states are stamped before the runs, so the time a run takes only adds to the interval: no
+// case depends on how fast the hook starts.
 TEST_F(SuggestTamblo, RateLimitAndStateRepair) {
     const double now = now_seconds();
     const struct {

@@ -98,12 +98,13 @@ TEST_F(SessionStart, WorkedExampleAndWhenToAnswer) {
     EXPECT_EQ(hook("restore-compact", "{}", {"--agent", "windsurf"}).out,
               compact.substr(compact.find("## AI")) + "\n");
 
-    // With the host down, so that the context is short enough to write out in each form.
+    // With the host down, so that the context is short enough to write out in each form; the
+    // warning as JSON writes it.
     fs::remove_all(scenario_);
     fs::create_directory(scenario_);
     const std::string warning =
         "## AI Cache Warning\\n\\n[!] orvane-tamblo daemon not responding. Run `orvane-tamblo "
-        "serve` or any orvane-tamblo command to auto-start.\"";
+        "serve` or any orvane-tamblo command to auto-start.";
     const std::string claude =
         "{\"hookSpecificOutput\": {\"hookEventName\": \"SessionStart\", \"additionalContext\": \"";
     const struct {
@@ -112,11 +113,11 @@ TEST_F(SessionStart, WorkedExampleAndWhenToAnswer) {
         {"claude", R"({"source": "other"})", ""},
         {"claude", R"({"source": null})", ""},
         {"claude", R"({"source": ""})", ""},
-        {"claude", R"({"source": "resume"})", claude + "B\\n\\n" + warning + "}}\n"},
-        {"claude", "{}", claude + "B\\n\\n" + warning + "}}\n"},
-        {"claude", R"({"source": "compact"})", claude + warning + "}}\n"},
-        {"copilot", R"({"source": "other"})", "{\"message\": \"B\\n\\n" + warning + "}\n"},
-        {"cursor", R"({"source": null})", "{\"output\": \"B\\n\\n" + warning + "}\n"},
+        {"claude", R"({"source": "resume"})", claude + "B\\n\\n" + warning + "\"}}\n"},
+        {"claude", "{}", claude + "B\\n\\n" + warning + "\"}}\n"},
+        {"claude", R"({"source": "compact"})", claude + warning + "\"}}\n"},
+        {"copilot", R"({"source": "other"})", "{\"message\": \"B\\n\\n" + warning + "\"}\n"},
+        {"cursor", R"({"source": null})", "{\"output\": \"B\\n\\n" + warning + "\"}\n"},
         {"windsurf", R"({"source": ""})", "B\n\n" + kWarning + "\n"},
     };
     for (const auto& row : rows) {
