@@ -1,106 +1,71 @@
 // check-cache, refresh-cache and remind-store: which file they ask about, when each speaks, the
-// exact hint in every agent's form, and the inputs and answers that end a run early.
+// exact hint in each agent's form, and the inputs and answers that end a run early.
 #include "harness.hpp"
 
 namespace e2e {
 namespace {
 
-using Message = std::string (*)(const std::string&);
-
 const std::string kRecallKey = "query-understand-recall";
 
-// "\xE2\x80\x94" is the em dash (U+2014) in UTF-8.
-std::string recall_hint(const std::string& p) {
-    return "Cached understanding exists for `" + p +
-           "` \xE2\x80\x94 consider `understand(action=\"recall\", target=\"" + p +
-           "\")` before reading the full file (saves tokens).";
-}
-std::string stale_hint(const std::string& p) {
-    return "Cached understanding exists for `" + p +
-           "` but is **stale** (the file changed since it was cached). After reading, refresh it "
-           "with `understand(action=\"store\", target=\"" +
-           p + "\", ...)`.";
-}
-std::string refresh_hint(const std::string& p) {
-    return "You modified `" + p +
-           "`, which has a model-authored cached understanding; your edit may have made it "
-           "outdated. If so, refresh it with `understand(action=\"store\", scope=\"file\", "
-           "target=\"" +
-           p +
-           "\", purpose=\"...\", key_points=[...], gotchas=[...])` so future sessions stay "
-           "accurate.";
-}
-std::string store_reminder(const std::string& p) {
-    return "## Remember to Cache: " + p +
-           "\n\nAfter analyzing this file:\n- `understand(action='store', scope='file', target='" +
-           p +
-           "', purpose='...', key_points=[...], gotchas=[...])` to cache insights\n"
-           "- `remember(action='store', key='...', value='...')` for key decisions\n"
-           "- `understand(action=\"recall\")` to find related cached understanding";
-}
-
-std::vector<std::string> recall_call(const std::string& target) {
-    return {"query", "understand", "--action=recall", "--target=" + target};
-}
+// The hints for "src/app/my file.py", each in one agent's form.
+const std::string kRecallClaude =
+    "{\"hookSpecificOutput\": {\"hookEventName\": \"PreToolUse\", \"additionalContext\": \"Cached "
+    "understanding exists for `src/app/my file.py` \\u2014 consider "
+    "`understand(action=\\\"recall\\\", "
+    "target=\\\"src/app/my file.py\\\")` before reading the full file (saves tokens).\"}}\n";
+const std::string kStaleWindsurf =
+    "Cached understanding exists for `src/app/my file.py` but is **stale** (the file changed since "
+    "it was cached). After reading, refresh it with `understand(action=\"store\", "
+    "target=\"src/app/my file.py\", ...)`.\n";
+const std::string kRefreshClaude =
+    "{\"hookSpecificOutput\": {\"hookEventName\": \"PostToolUse\", \"additionalContext\": \"You "
+    "modified `src/app/my file.py`, which has a model-authored cached understanding; your edit may "
+    "have made it outdated. If so, refresh it with `understand(action=\\\"store\\\", "
+    "scope=\\\"file\\\", target=\\\"src/app/my file.py\\\", purpose=\\\"...\\\", key_points=[...], "
+    "gotchas=[...])` so future sessions stay accurate.\"}}\n";
+const std::string kStoreCopilot =
+    "{\"message\": \"## Remember to Cache: src/app/my file.py\\n\\nAfter analyzing this file:\\n- "
+    "`understand(action='store', scope='file', target='src/app/my file.py', purpose='...', "
+    "key_points=[...], gotchas=[...])` to cache insights\\n- `remember(action='store', key='...', "
+    "value='...')` for key decisions\\n- `understand(action=\\\"recall\\\")` to find related "
+    "cached "
+    "understanding\"}\n";
 
 using FileHints = HookTest;
 
-// The input names the file by its absolute path; the service is asked about the relative one.
-TEST_F(FileHints, EveryAgentGetsTheSameTextInItsOwnForm) {
-    const std::string absolute = (repo_ / "src" / "app" / "main.py").string();
-    const struct {
-        std::string hook, answer, event;
-        Message message;
-    } hints[] = {
-        {"check-cache", R"({"found": true, "fresh": true})", "PreToolUse", recall_hint},
-        {"check-cache", R"({"found": true, "fresh": false})", "PreToolUse", stale_hint},
-        {"refresh-cache", R"({"found": true})", "PostToolUse", refresh_hint},
-        {"remind-store", R"({"found": false})", "PostToolUse", store_reminder},
-    };
-    for (const std::string agent : {"claude", "copilot", "cursor", "windsurf"}) {
-        for (const auto& h : hints) {
-            SCOPED_TRACE(agent + " " + h.hook + " " + h.answer);
-            answer(kRecallKey, h.answer);
-            const HookRun r = hook(h.hook, input_with_path(agent, absolute), {"--agent", agent});
-            EXPECT_EQ(r.out, response(agent, h.event, h.message("src/app/main.py")));
-            EXPECT_EQ(r.err, "");
-            EXPECT_EQ(r.status, 0);
-            EXPECT_EQ(host_calls().back(), recall_call("src/app/main.py"));
-        }
-    }
-}
-
+// Each agent names the file in its own member, here by its absolute path; the service is asked
+// about the relative one (a space and all, in one argument), which the hint shows twice.
 TEST_F(FileHints, WhenEachHookSpeaks) {
     const std::string model = R"({"found": true, "understanding": {"purpose": "x"}})";
     const std::string automatic = R"({"found": true, "understanding": {"auto_generated": true}})";
     const struct {
-        std::string hook, answer;
+        std::string agent, hook, answer;
         int rc;
-        Message message;  // nullptr: silent
+        std::string out;
     } rows[] = {
-        {"check-cache", model, 0, recall_hint},  // no "fresh": fresh
-        {"check-cache", automatic, 0, nullptr},
-        {"check-cache", R"({"found": false})", 0, nullptr},
-        {"check-cache", model, 1, nullptr},  // host down: its output is ignored
-        {"refresh-cache", R"({"found": true, "fresh": false})", 0, refresh_hint},
-        {"refresh-cache", automatic, 0, nullptr},
-        {"remind-store", automatic, 0, nullptr},
-        {"remind-store", R"({"fresh": true})", 0, store_reminder},
-        {"remind-store", model, 1, store_reminder},
+        {"claude", "check-cache", model, 0, kRecallClaude},  // no "fresh": fresh
+        {"windsurf", "check-cache", R"({"found": true, "fresh": null})", 0, kStaleWindsurf},
+        {"claude", "check-cache", automatic, 0, ""},
+        {"claude", "check-cache", R"({"found": false})", 0, ""},
+        {"claude", "check-cache", model, 1, ""},  // host down: its output is ignored
+        {"claude", "refresh-cache", R"({"found": true, "fresh": false})", 0, kRefreshClaude},
+        {"claude", "refresh-cache", automatic, 0, ""},
+        {"claude", "refresh-cache", model, 1, ""},
+        {"copilot", "remind-store", automatic, 0, ""},
+        {"copilot", "remind-store", R"({"fresh": true})", 0, kStoreCopilot},
+        {"copilot", "remind-store", model, 1, kStoreCopilot},
     };
-    // A space in the path must reach the host inside the one --target argument.
-    const std::string path = "src/my file.py";
+    const std::string absolute = (repo_ / "src/app/my file.py").string();
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.hook + " " + row.answer + " rc=" + std::to_string(row.rc));
+        SCOPED_TRACE(row.agent + " " + row.hook + " " + row.answer +
+                     " rc=" + std::to_string(row.rc));
         answer(kRecallKey, row.answer, row.rc);
-        const HookRun r = hook(row.hook, input_with_path("claude", path));
-        const std::string event = row.hook == "check-cache" ? "PreToolUse" : "PostToolUse";
-        EXPECT_EQ(r.out, row.message ? response("claude", event, row.message(path)) : "");
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
-        EXPECT_EQ(host_calls().back(), recall_call(path));
+        expect_clean(hook(row.hook, input_with_path(row.agent, absolute), {"--agent", row.agent}),
+                     row.out);
     }
-    EXPECT_EQ(host_calls().size(), std::size(rows)) << "exactly one recall per run";
+    const std::vector<std::string> call = {"query", "understand", "--action=recall",
+                                           "--target=src/app/my file.py"};
+    EXPECT_EQ(host_calls(), std::vector(std::size(rows), call)) << "exactly one recall per run";
 }
 
 TEST_F(FileHints, NoUsablePathStartsNoChild) {
@@ -111,10 +76,7 @@ TEST_F(FileHints, NoUsablePathStartsNoChild) {
           R"({"filePath": "../other/x.py"})", R"({"filePath": "out/x.py"})"}) {
         for (const char* name : {"check-cache", "refresh-cache", "remind-store"}) {
             SCOPED_TRACE(std::string(name) + " " + input);
-            const HookRun r = hook(name, input);
-            EXPECT_EQ(r.out, "");
-            EXPECT_EQ(r.err, "");
-            EXPECT_EQ(r.status, 0);
+            expect_clean(hook(name, input), "");
         }
     }
     EXPECT_TRUE(host_calls().empty());

@@ -94,10 +94,7 @@ TEST_F(Hardening, IgnoredSigchldDoesNotTurnAFailedQueryIntoAnAnswer) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.rc);
         answer("query-understand-recall", R"({"found": true})", row.rc);
-        const HookRun r = run({"hooks", "check-cache", "--agent", "windsurf"}, options);
-        EXPECT_EQ(r.out, row.out);
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(run({"hooks", "check-cache", "--agent", "windsurf"}, options), row.out);
     }
 }
 
@@ -130,9 +127,7 @@ TEST_F(Hardening, FloodingChildKeepsTheHookSmall) {
         RunOptions options;
         options.stdin_data = row.input;
         const HookRun r = run(row.args, options);
-        EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(r, "");
         EXPECT_LT(r.peak_rss_kib, 64 * 1024);
         EXPECT_EQ(debug_messages(), row.debug);
     }
@@ -190,10 +185,7 @@ TEST_F(Hardening, HostIsNeverTakenFromTheRepository) {
         fs::remove(scenario_ / "calls.log");
         RunOptions options;
         options.env["PATH"] = row.path;
-        const HookRun r = log_prompt(R"("hi")", options);
-        EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(log_prompt(R"("hi")", options), "");
         EXPECT_FALSE(fs::exists(marker));
         EXPECT_EQ(host_calls().size(), row.host_found ? 1u : 0u);
         std::vector<std::string> expected = {"cmd_hooks called: hook_cmd=log-conversation",
@@ -225,10 +217,7 @@ TEST_F(Hardening, RepeatedOptionTakesItsLastValue) {
         args.insert(args.end(), row.args.begin(), row.args.end());
         RunOptions options;
         options.stdin_data = R"({"prompt": "hi"})";
-        const HookRun r = run(args, options);
-        EXPECT_EQ(r.out, row.out);
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(run(args, options), row.out);
     }
     ASSERT_EQ(host_calls().size(), 1u);
     EXPECT_EQ(host_calls()[0][3], "user");
@@ -247,10 +236,8 @@ TEST_F(Hardening, LogThatIsAFifoIsSkipped) {
         RunOptions options;
         options.env["ORVANE_TAMBLO_LOG_LEVEL"] = "debug";
         options.limit_seconds = 10;
-        const HookRun r = run({"hooks", "save-compact", "--agent", "windsurf"}, options);
-        EXPECT_EQ(r.out, kSaveCompact + "\n");
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(run({"hooks", "save-compact", "--agent", "windsurf"}, options),
+                     kSaveCompact + "\n");
         if (fd >= 0) {
             char buf[16];
             EXPECT_LE(::read(fd, buf, sizeof buf), 0);

@@ -1,6 +1,5 @@
 #include "harness.hpp"
 
-#include "cli_hooks/output/response.hpp"
 #include "support/json_text.hpp"
 
 #include <fcntl.h>
@@ -30,14 +29,6 @@ std::string read_file(const fs::path& path) {
 
 void write_file(const fs::path& path, const std::string& content) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
-}
-
-std::string response(const std::string& agent, const std::string& event, const std::string& text) {
-    return cli_hooks::format_response(agent, event, text);
-}
-
-std::string system_message(const std::string& agent, const std::string& text) {
-    return cli_hooks::format_system_message(agent, text);
 }
 
 std::string input_with_path(const std::string& agent, const std::string& path) {
@@ -125,6 +116,12 @@ void expect_guarded(const HookRun& run, const std::string& hook) {
     EXPECT_EQ(run.signal, 0);
     EXPECT_EQ(run.err.rfind("orvane-tamblo hook " + hook + " error: ", 0), 0u) << run.err;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+}
+
+void expect_clean(const HookRun& run, const std::string& out) {
+    EXPECT_EQ(run.out, out);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
 }
 
 void HookTest::SetUp() {

@@ -92,16 +92,13 @@ class HookTest : public ::testing::Test {
     HookRun finish(const Started& started, const RunOptions& options);
 };
 
-// The exact bytes a hook writes for `text` in `agent`'s form. The forms themselves are checked
-// byte for byte by the unit tests, so end-to-end tests compare the texts through these.
-std::string response(const std::string& agent, const std::string& event, const std::string& text);
-std::string system_message(const std::string& agent, const std::string& text);
-
 // Each agent's hook input naming `path` in the member that agent uses.
 std::string input_with_path(const std::string& agent, const std::string& path);
 
 // One line on standard error from the dispatcher's guard, status 0, nothing on standard output.
 void expect_guarded(const HookRun& run, const std::string& hook);
+// Exactly `out` on standard output, nothing on standard error, status 0.
+void expect_clean(const HookRun& run, const std::string& out);
 
 std::string read_file(const fs::path& path);
 void write_file(const fs::path& path, const std::string& content);

@@ -10,21 +10,23 @@
 namespace e2e {
 namespace {
 
-// Written out whole, so a slip in the handler's template cannot hide in a shared helper; the
-// messages for other patterns are this one with getUser swapped out.
-const std::string kGetUserMessage =
-    "`getUser` looks like symbol discovery \u2014 orvane-tamblo has this repo indexed: "
-    "`search(action=\"symbols\", query=\"getUser\")` finds definitions, "
-    "`symbol(action=\"callers\"/\"references\")` finds usages, `explore(query=...)` does both. "
-    "(Grep stays right for exact strings/edit anchoring; full playbook: the `tamblo` skill.)";
+// Claude Code's response for the pattern getUser, written out whole; for other patterns the
+// pattern as JSON shows it takes getUser's two places.
+const std::string kGetUserNudge =
+    "{\"hookSpecificOutput\": {\"hookEventName\": \"PreToolUse\", \"additionalContext\": "
+    "\"`getUser` looks like symbol discovery \\u2014 orvane-tamblo has this repo indexed: "
+    "`search(action=\\\"symbols\\\", query=\\\"getUser\\\")` finds definitions, "
+    "`symbol(action=\\\"callers\\\"/\\\"references\\\")` finds usages, `explore(query=...)` does "
+    "both. (Grep stays right for exact strings/edit anchoring; full playbook: the `tamblo` "
+    "skill.)\"}}\n";
 
-std::string nudge(const std::string& pattern) {
-    std::string message = kGetUserMessage;
-    for (auto at = message.find("getUser"); at != std::string::npos;
-         at = message.find("getUser", at + pattern.size())) {
-        message.replace(at, 7, pattern);
+std::string nudge(const std::string& shown) {
+    std::string out = kGetUserNudge;
+    for (auto at = out.find("getUser"); at != std::string::npos;
+         at = out.find("getUser", at + shown.size())) {
+        out.replace(at, 7, shown);
     }
-    return response("claude", "PreToolUse", message);
+    return out;
 }
 
 double now_seconds() {
@@ -53,20 +55,16 @@ class SuggestTamblo : public HookTest {
         HookTest::TearDown();
     }
 
-    HookRun suggest(const std::string& pattern_json, const std::vector<std::string>& args = {}) {
-        return hook("suggest-tamblo", R"({"tool_input": {"pattern": )" + pattern_json + "}}", args);
-    }
-
-    // Runs a search and checks its response ("" for silence), and that only a nudge rewrote the
-    // state file: with the time just now, a decimal point and no line feed.
+    // Runs a search and checks its response ("" for silence, else the pattern as the JSON
+    // response shows it), and that only a nudge rewrote the state file: with the time just now,
+    // a decimal point and no line feed.
     void expect_search(const std::string& pattern_json, const std::string& shown,
                        const std::vector<std::string>& args = {}) {
         const bool existed = fs::exists(state_);
         const std::string before = read_file(state_);
-        const HookRun r = suggest(pattern_json, args);
-        EXPECT_EQ(r.out, shown.empty() ? "" : nudge(shown));
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
+        expect_clean(
+            hook("suggest-tamblo", R"({"tool_input": {"pattern": )" + pattern_json + "}}", args),
+            shown.empty() ? "" : nudge(shown));
         const std::string text = read_file(state_);
         if (shown.empty()) {
             EXPECT_EQ(fs::exists(state_), existed);
@@ -85,11 +83,11 @@ class SuggestTamblo : public HookTest {
 
 TEST_F(SuggestTamblo, OnlyIdentifierShapedPatternsNudge) {
     const struct {
-        std::string pattern_json, shown;  // shown: the pattern as the nudge shows it
+        std::string pattern_json, shown;
     } nudged[] = {
         {R"("getUser")", "getUser"},           {R"("_init")", "_init"},
-        {R"("os.path.join")", "os.path.join"}, {R"("abc\n")", "abc\n"},
-        {"\"na\u00efve\"", "na\u00efve"},      {"null", "None"},
+        {R"("os.path.join")", "os.path.join"}, {R"("abc\n")", R"(abc\n)"},
+        {"\"na\u00efve\"", R"(na\u00efve)"},   {"null", "None"},
     };
     for (const auto& c : nudged) {
         SCOPED_TRACE(c.pattern_json);
@@ -105,13 +103,15 @@ TEST_F(SuggestTamblo, OnlyIdentifierShapedPatternsNudge) {
     }
 }
 
+// The states are stamped before the runs, so the time a run takes only adds to the interval: no
+// case depends on how fast the hook starts.
 TEST_F(SuggestTamblo, RateLimitAndStateRepair) {
     const double now = now_seconds();
     const struct {
         std::string state;
         bool nudges;
     } cases[] = {
-        {state_text(now - 599.9), false},
+        {state_text(now - 590), false},
         {state_text(now - 600), true},
         {state_text(now + 1000), false},  // the clock was set back
         {"{\"last_nudge\": \" " + std::to_string(now) + " \"}", false},
@@ -173,9 +173,9 @@ TEST_F(SuggestTamblo, UnwritableStateNudgesEveryTime) {
     // neither read nor written.
     fs::create_directory(state_);
     for (int i = 0; i < 2; ++i) {
-        const HookRun r = suggest(R"("getUser")");
-        EXPECT_EQ(r.out, nudge("getUser")) << "run " << i;
-        EXPECT_EQ(r.err, "");
+        SCOPED_TRACE(i);
+        expect_clean(hook("suggest-tamblo", R"({"tool_input": {"pattern": "getUser"}})"),
+                     kGetUserNudge);
     }
     EXPECT_TRUE(fs::is_directory(state_));
 }

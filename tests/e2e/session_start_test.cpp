@@ -88,37 +88,44 @@ TEST_F(SessionStart, WorkedExampleAndWhenToAnswer) {
     answer("conversation-context", R"({"goals": ["Fix the parser"]})");
     answer("query-understand-stats", kExampleStats);
     EXPECT_EQ(windsurf(R"({"source": "startup"})"), kExample + "\n");
-    // No brief, and the heading's own line feed makes three before the conversation.
+    // No brief, and the heading's own line feed makes three before the conversation;
+    // restore-compact forces the source whatever the input says.
     const std::string compact = "## Context Restored After Compaction\n\n\n" + kExample.substr(3);
-    const struct {
-        std::string hook, agent, input, context;  // context "": nothing written, no query made
-    } rows[] = {
-        {"session-start", "claude", R"({"source": "other"})", ""},
-        {"session-start", "claude", R"({"source": null})", ""},
-        {"session-start", "claude", R"({"source": ""})", ""},
-        {"session-start", "claude", R"({"source": "resume"})", kExample},
-        {"session-start", "claude", "{}", kExample},
-        {"session-start", "claude", R"({"source": "compact"})", compact},
-        {"session-start", "copilot", R"({"source": "other"})", kExample},
-        {"session-start", "cursor", R"({"source": null})", kExample},
-        {"session-start", "windsurf", R"({"source": ""})", kExample},
-        // restore-compact forces the source whatever the input says.
-        {"restore-compact", "windsurf", R"({"source": "startup"})", compact},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.hook + " " + row.agent + " " + row.input);
-        forget_runs();
-        const HookRun r = hook(row.hook, row.input, {"--agent", row.agent});
-        EXPECT_EQ(r.out,
-                  row.context.empty() ? "" : response(row.agent, "SessionStart", row.context));
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
-        EXPECT_EQ(host_calls().empty(), row.context.empty());
-    }
+    EXPECT_EQ(hook("restore-compact", R"({"source": "startup"})", {"--agent", "windsurf"}).out,
+              compact + "\n");
     // Without a conversation there is no heading either: only the cache section.
     answer("conversation-list", "", 1);
     EXPECT_EQ(hook("restore-compact", "{}", {"--agent", "windsurf"}).out,
               compact.substr(compact.find("## AI")) + "\n");
+
+    // With the host down, so that the context is short enough to write out in each form; the
+    // warning as JSON writes it.
+    fs::remove_all(scenario_);
+    fs::create_directory(scenario_);
+    const std::string warning =
+        "## AI Cache Warning\\n\\n[!] orvane-tamblo daemon not responding. Run `orvane-tamblo "
+        "serve` or any orvane-tamblo command to auto-start.";
+    const std::string claude =
+        "{\"hookSpecificOutput\": {\"hookEventName\": \"SessionStart\", \"additionalContext\": \"";
+    const struct {
+        std::string agent, input, out;  // out "": nothing written, no query made
+    } rows[] = {
+        {"claude", R"({"source": "other"})", ""},
+        {"claude", R"({"source": null})", ""},
+        {"claude", R"({"source": ""})", ""},
+        {"claude", R"({"source": "resume"})", claude + "B\\n\\n" + warning + "\"}}\n"},
+        {"claude", "{}", claude + "B\\n\\n" + warning + "\"}}\n"},
+        {"claude", R"({"source": "compact"})", claude + warning + "\"}}\n"},
+        {"copilot", R"({"source": "other"})", "{\"message\": \"B\\n\\n" + warning + "\"}\n"},
+        {"cursor", R"({"source": null})", "{\"output\": \"B\\n\\n" + warning + "\"}\n"},
+        {"windsurf", R"({"source": ""})", "B\n\n" + kWarning + "\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.agent + " " + row.input);
+        fs::remove(scenario_ / "calls.log");
+        expect_clean(hook("session-start", row.input, {"--agent", row.agent}), row.out);
+        EXPECT_EQ(host_calls().empty(), row.out.empty());
+    }
 }
 
 // The summary of the first listed session, and the host queries behind it: the id goes on exactly
@@ -182,49 +189,28 @@ TEST_F(SessionStart, QueryRunnerOutcomes) {
         const char* name;
         std::string out;
         int rc;
-        std::string flood;  // bytes first written to both pipes
-        bool host_on_path;
         std::string cache;
         std::size_t logged;
     } rows[] = {
-        {"answer", "{\"total\": 0}\n", 0, "", true, kNothingCached, 0},
-        {"exit 1 with JSON", "{\"total\": 0}\n", 1, "", true, kWarning, 0},
-        {"blank", " \t\n ", 0, "", true, kWarning, 0},
-        {"null", "null", 0, "", true, kWarning, 0},
-        {"not JSON", "not json", 0, "", true, kWarning, 1},
-        {"two documents", "{\"total\": 0}{\"total\": 0}", 0, "", true, kWarning, 1},
-        {"flood on both pipes", "", 0, "3000000", true, kWarning, 1},
-        {"host missing", "{\"total\": 0}", 0, "", false, kWarning, 2},  // list and statistics
+        {"answer", "{\"total\": 0}\n", 0, kNothingCached, 0},
+        {"exit 1 with JSON", "{\"total\": 0}\n", 1, kWarning, 0},
+        {"blank", " \t\n ", 0, kWarning, 0},
+        {"null", "null", 0, kWarning, 0},
+        {"not JSON", "not json", 0, kWarning, 1},
+        {"two documents", "{\"total\": 0}{\"total\": 0}", 0, kWarning, 1},
+        {"host missing", "", -1, kWarning, 2},  // list and statistics
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         forget_runs();
         answer("query-understand-stats", row.out, row.rc);
-        scenario_file("query-understand-stats.flood", row.flood);
         RunOptions options;
-        if (!row.host_on_path) options.env["PATH"] = "/usr/bin:/bin";
-        const HookRun r = run({"hooks", "session-start", "--agent", "windsurf"}, options);
-        EXPECT_EQ(r.out, "B\n\n" + row.cache + "\n");
-        EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.status, 0);
-        EXPECT_EQ(host_calls().empty(), !row.host_on_path);
+        if (row.rc < 0) options.env["PATH"] = "/usr/bin:/bin";
+        expect_clean(run({"hooks", "session-start", "--agent", "windsurf"}, options),
+                     "B\n\n" + row.cache + "\n");
+        EXPECT_EQ(host_calls().empty(), row.rc < 0);
         EXPECT_EQ(runner_failures().size(), row.logged);
-        // A pipe left undrained would end in the time limit instead.
-        for (const auto& f : runner_failures()) EXPECT_EQ(f.find("timed out"), f.npos) << f;
         EXPECT_EQ(debug_log().find("child complaint"), std::string::npos);
-    }
-}
-
-// Takes the list query's 10-second limit.
-TEST_F(SessionStart, SlowListQueryIsKilledAtItsLimit) {
-    answer("conversation-list", R"({"sessions": [{"id": "s1"}]})");  // too late to count
-    scenario_file("conversation-list.sleep", "30");
-    EXPECT_EQ(windsurf(), "B\n\n" + kWarning + "\n");
-    EXPECT_EQ(host_calls(), (Calls{kListCall, kStatsCall}));
-    const auto failures = runner_failures();
-    ASSERT_EQ(failures.size(), 1u);
-    for (const char* word : {"conversation", "time", "10"}) {
-        EXPECT_NE(failures[0].find(word), std::string::npos) << failures[0];
     }
 }
 

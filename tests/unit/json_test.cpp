@@ -2,14 +2,17 @@
 
 #include <cmath>
 #include <initializer_list>
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "support/json.hpp"
 
 using support::Json;
 using support::parse_json;
 using support::to_json_text;
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -55,54 +58,29 @@ TEST(JsonReadTest, ManyMembersKeepOrderAndLastValue) {
 }
 
 TEST(JsonReadTest, RefusesWhatTheGrammarDoesNot) {
-    const std::string nul(1, '\0');
-    for (const std::string& text : std::initializer_list<std::string>{
-             "",
-             "   ",
-             "\xEF\xBB\xBF{}",
-             "{} x",
-             "{}{}",
-             "{}" + nul,
-             R"({"prompt": "x"})" + nul,
-             "1 " + nul,
-             "[1,]",
-             R"({"a":1,})",
-             R"({"a" 1})",
-             "{1: 2}",
-             "[1 2]",
-             "[",
-             "{",
-             "01",
-             "-01",
-             "1.",
-             ".5",
-             "+1",
-             "1e",
-             "1e+",
-             "-",
-             "NaN",
-             "Infinity",
-             "tru",
-             "nul",
-             "'a'",
-             "/* c */ 1",
-             R"("\x")",
-             R"("\u12G4")",
-             R"("\ud83)",
-             "\"a\tb\"",
-             "\"a\nb\"",
-             "\"a" + nul + "\"",
-             "\"ab",
-             "\"\xff\"",
-             "\"\xC3\"",
-             "\"\xED\xA0\xBD\"",
-             "\"\xC0\xAF\"",
-             "\xC3\xA9",
-         }) {
-        EXPECT_THROW(parse_json(text), support::JsonParseError) << text;
+    const std::string_view structure[] = {""sv,          "   "sv,     "\xEF\xBB\xBF{}"sv,
+                                          "{} x"sv,      "{}{}"sv,    "{}\0"sv,
+                                          "1 \0"sv,      "[1,]"sv,    "{\"a\":1,}"sv,
+                                          "{\"a\" 1}"sv, "{1: 2}"sv,  "[1 2]"sv,
+                                          "["sv,         "{"sv,       "01"sv,
+                                          "-01"sv,       "1."sv,      ".5"sv,
+                                          "+1"sv,        "1e"sv,      "1e+"sv,
+                                          "-"sv,         "NaN"sv,     "Infinity"sv,
+                                          "tru"sv,       "nul"sv,     "'a'"sv,
+                                          "/* c */ 1"sv, "\xC3\xA9"sv};
+    // Strings: bad escapes, raw control characters, an end missing, bytes that are no UTF-8.
+    const std::string_view strings[] = {
+        "\"\\x\""sv,  "\"\\u12G4\""sv,      "\"\\ud83"sv,    "\"a\tb\""sv,
+        "\"a\nb\""sv, "\"a\0\""sv,          "\"ab"sv,        "\"\xff\""sv,
+        "\"\xC3\""sv, "\"\xED\xA0\xBD\""sv, "\"\xC0\xAF\""sv};
+    using List = std::span<const std::string_view>;
+    for (const List list : {List(structure), List(strings)}) {
+        for (const std::string_view text : list) {
+            EXPECT_THROW(parse_json(text), support::JsonParseError) << text;
+        }
     }
     try {
-        parse_json(R"({"prompt": "x"})" + nul);
+        parse_json("{\"prompt\": \"x\"}\0"sv);
         ADD_FAILURE() << "no exception";
     } catch (const support::JsonParseError& e) {
         EXPECT_NE(std::string(e.what()).find("position 15"), std::string::npos) << e.what();
@@ -164,34 +142,10 @@ TEST(JsonValueTest, NumbersTruthAndPlainText) {
     EXPECT_EQ(parse_json("1E400").as_double(), HUGE_VAL);
     EXPECT_EQ(parse_json("-1e999").as_double(), -HUGE_VAL);
     EXPECT_EQ(parse_json("-12").as_double(), -12.0);
-    EXPECT_EQ(parse_json("9223372036854775807").as_int64(), 9223372036854775807LL);
-    EXPECT_EQ(parse_json("9223372036854775808").as_int64(), std::nullopt);
-    EXPECT_EQ(parse_json("1.0").as_int64(), std::nullopt);
     EXPECT_THROW(parse_json(R"("1")").as_double(), support::TypeError);
     EXPECT_EQ(to_json_text(Json::number("-1e999")), "-1e999");
     EXPECT_EQ(to_json_text(Json::number("-0")), "0");
     EXPECT_THROW(Json::number("1x"), support::JsonParseError);
-}
-
-TEST(JsonValueTest, BuildAndCompare) {
-    Json built = Json::object().set("a", 1).set("b", "x").set("a", Json::array({true, nullptr}));
-    built.set("c", 2.5);
-    EXPECT_EQ(to_json_text(built), R"({"a": [true, null], "b": "x", "c": 2.5})");
-    EXPECT_EQ(built, parse_json(R"({"a": [true, null], "b": "x", "c": 2.5})"));
-    EXPECT_FALSE(built == parse_json(R"({"b": "x", "a": [true, null], "c": 2.5})"));
-    EXPECT_TRUE(*built.find("b") == "x");
-    EXPECT_FALSE(*built.find("c") == "x");
-    EXPECT_THROW(built.push_back(1), support::TypeError);
-    EXPECT_THROW(parse_json("[]").set("a", 1), support::TypeError);
-}
-
-TEST(JsonValueTest, MemberReadsObjectsAndRefusesOtherKinds) {
-    const Json object = parse_json(R"({"a": null})");
-    ASSERT_NE(support::member(object, "a"), nullptr);
-    EXPECT_EQ(support::member(object, "b"), nullptr);
-    for (const char* json : {"[1]", R"("a")", "null", "1"}) {
-        EXPECT_THROW(support::member(parse_json(json), "a"), support::TypeError) << json;
-    }
 }
 
 TEST(JsonWriteTest, StringsArePureAsciiWithMinimalEscapes) {

@@ -34,9 +34,7 @@ TEST(QueryTest, ModelAuthoredUnderstanding) {
         if (row.result) result = support::parse_json(*row.result);
         EXPECT_EQ(_has_model_authored_understanding(result), row.expected);
     }
-}
-
-TEST(QueryTest, TruthyNonObjectIsATypeError) {
+    // A truthy value that is no object cannot be read from.
     for (const char* text : {"[1]", R"({"found": true, "understanding": [1]})"}) {
         SCOPED_TRACE(text);
         EXPECT_THROW(_has_model_authored_understanding(support::parse_json(text)),
