@@ -378,7 +378,7 @@ TEST_F(NudgeState, ConcurrentNudgesLeaveOneWholeState) {
         write_file(state_, R"({"last_nudge": 1000.0})");
         for (const HookRun& r : run_together(20, {"hooks", "suggest-tamblo"}, options)) {
             EXPECT_TRUE(r.out == nudge_ || r.out.empty()) << r.out;
-            EXPECT_EQ(r.status, 0);
+            EXPECT_EQ(r.status, 0) << r.err;
         }
         const std::string text = read_file(state_);
         ASSERT_TRUE(is_state(text)) << text;

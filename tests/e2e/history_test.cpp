@@ -2,6 +2,7 @@
 // the host as a child process and never tell the agent anything.
 #include <chrono>
 #include <regex>
+#include <thread>
 
 #include "harness.hpp"
 
@@ -136,6 +137,9 @@ TEST_F(History, ChildFailuresAreOnlyLogged) {
          "debug"},
     };
     scenario_file("conversation-log-turn.sleep", "30");
+    // The slow host has started a grandchild, which must go at the limit too.
+    scenario_file("conversation-log-turn.grandchild", "6");
+    std::chrono::steady_clock::time_point slow_start;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.hook + (c.slow ? " slow " : " missing ") + c.log_level);
         for (const char* file : {"orvane-tamblo.log", "hook_debug.log"}) fs::remove(logs_ / file);
@@ -144,6 +148,7 @@ TEST_F(History, ChildFailuresAreOnlyLogged) {
         if (!c.slow) options.env["PATH"] = "/usr/bin:/bin";
         if (!c.log_level.empty()) options.env["ORVANE_TAMBLO_LOG_LEVEL"] = c.log_level;
         const auto start = std::chrono::steady_clock::now();
+        if (c.slow) slow_start = start;
         const HookRun r = run(c.hook == "finalize" ? Args{"hooks", "finalize"}
                                                    : Args{"hooks", c.hook, "--type", "user"},
                               options);
@@ -158,6 +163,8 @@ TEST_F(History, ChildFailuresAreOnlyLogged) {
             << debug_log();
     }
     EXPECT_EQ(host_calls().size(), 1u) << "only the slow host was reached";
+    std::this_thread::sleep_until(slow_start + std::chrono::seconds(7));
+    EXPECT_FALSE(fs::exists(scenario_ / "grandchild.log")) << "the grandchild outlived the limit";
 }
 
 }  // namespace

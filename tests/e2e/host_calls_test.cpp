@@ -1,5 +1,5 @@
 // What reaches the host as a child process: the hook input read through any byte-order mark,
-// every argument exactly as the agent wrote it, and nothing left running after a time limit.
+// every argument exactly as the agent wrote it, and nothing left running once the hook ends.
 #include <signal.h>
 
 #include <chrono>
@@ -86,26 +86,15 @@ TEST_F(HostCalls, EveryArgumentArrivesExactly) {
                     "--tool-name", "Read", "--tool-input", R"({"file_path": "C:\\dir\\"})"}));
 }
 
-TEST_F(HostCalls, ChildKilledAtItsLimitTakesItsGrandchildAlong) {
-    // The control: a grandchild that ends in time is waited for, since it holds the output pipes,
-    // and leaves its mark.
+// History.ChildFailuresAreOnlyLogged shows a grandchild killed at its parent's limit; this shows
+// that the fake host's grandchild is real, and that one ending in time is waited for, since it
+// holds the output pipes.
+TEST_F(HostCalls, GrandchildHoldingThePipesIsWaitedFor) {
     scenario_file("conversation-log-turn.grandchild", "1");
-    hook("log-conversation", R"({"prompt": "hi"})", {"--type", "user"});
-    EXPECT_TRUE(fs::exists(scenario_ / "grandchild.log"));
-    fs::remove(scenario_ / "grandchild.log");
-
-    // A child past its 5-second limit: it and the grandchild it started are killed.
-    scenario_file("conversation-log-turn.sleep", "30");
-    scenario_file("conversation-log-turn.grandchild", "6");
     const auto start = std::chrono::steady_clock::now();
-    const HookRun r = hook("log-conversation", R"({"prompt": "hi"})", {"--type", "user"});
-    EXPECT_GE(std::chrono::steady_clock::now() - start, 4900ms);
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_NE(debug_log().find("timed out after 5 seconds"), std::string::npos) << debug_log();
-    std::this_thread::sleep_until(start + 7s);
-    EXPECT_FALSE(fs::exists(scenario_ / "grandchild.log")) << "the grandchild outlived the limit";
+    hook("log-conversation", R"({"prompt": "hi"})", {"--type", "user"});
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms);
+    EXPECT_TRUE(fs::exists(scenario_ / "grandchild.log"));
 }
 
 // Under Wine, SIGTERM ends the hook's process outright, as TerminateProcess would, and SIGINT
