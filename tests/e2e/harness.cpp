@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -73,7 +74,9 @@ void HookTest::TearDown() {
 
 HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& options) {
     std::map<std::string, std::string> env = {
-        {"PATH", std::string(FAKE_HOST_DIR) + ":/usr/local/bin:/usr/bin:/bin"},
+        {"PATH", (options.real_host ? fs::path(ORVANE_BINARY).parent_path().string()
+                                    : std::string(FAKE_HOST_DIR)) +
+                     ":/usr/local/bin:/usr/bin:/bin"},
         {"HOME", (root_ / "home").string()},
         {"ORVANE_TAMBLO_LOG_DIR", logs_.string()},
         {"FAKE_HOST_SCENARIO", scenario_.string()},
@@ -94,7 +97,9 @@ HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& op
     std::vector<std::string> argv_strings = {ORVANE_BINARY};
     argv_strings.insert(argv_strings.end(), args.begin(), args.end());
 
-    const fs::path stdin_path = root_ / "stdin";
+    // One file per run, so that runs from several threads do not share one.
+    static std::atomic<int> runs{0};
+    const fs::path stdin_path = root_ / ("stdin-" + std::to_string(runs++));
     write_file(stdin_path, options.stdin_data);
     int stdin_pipe[2] = {-1, -1};
     if (options.stdin_never_closes && ::pipe(stdin_pipe) != 0) throw std::runtime_error("pipe");

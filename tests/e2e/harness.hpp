@@ -26,6 +26,7 @@ struct RunOptions {
     // Overrides of the base environment; nullopt removes the variable.
     std::map<std::string, std::optional<std::string>> env;
     std::optional<fs::path> cwd;  // default: the fixture's repository directory
+    bool real_host = false;       // the build, not the fake host, first on PATH
 };
 
 // A temporary repository, log directory and fake-host scenario for each test. Hooks run as
