@@ -14,6 +14,9 @@ struct PathParts {
 };
 PathParts split_path(std::string_view path);
 
+// Whether `path` is absolute ("/..." here; a drive or UNC root on Windows). Cheap: no parts.
+bool is_absolute_path(std::string_view path);
+
 // The process's working directory as the system reports it. Throws OsError.
 std::string current_directory();
 

@@ -113,12 +113,16 @@ std::vector<SessionInfo> Store::list_sessions(std::int64_t days,
                                               const std::optional<std::string>& status) {
     std::vector<SessionInfo> sessions;
     if (!db_) return sessions;
-    Statement rows = db_->prepare(
-        "SELECT id, status, started_at, last_activity, turns FROM sessions "
-        "WHERE last_activity >= ?1 AND (?2 IS NULL OR status=?2 OR "
-        "(?2='active' AND status='compacted')) "
-        "ORDER BY last_activity DESC, rowid DESC");
-    rows.bind(1, now_ms() - days * kDayMs).bind(2, status);
+    Statement rows =
+        db_->prepare(status ? "SELECT id, status, started_at, last_activity, turns FROM sessions "
+                              "WHERE status IN (?2, ?3) AND last_activity >= ?1 "
+                              "ORDER BY last_activity DESC, rowid DESC"
+                            : "SELECT id, status, started_at, last_activity, turns FROM sessions "
+                              "WHERE last_activity >= ?1 ORDER BY last_activity DESC, rowid DESC");
+    rows.bind(1, now_ms() - days * kDayMs);
+    if (status) {
+        rows.bind(2, *status).bind(3, *status == kStatusActive ? kStatusCompacted : *status);
+    }
     while (rows.step()) {
         sessions.push_back({std::string(rows.text(0)), std::string(rows.text(1)), rows.integer(2),
                             rows.integer(3), rows.integer(4)});

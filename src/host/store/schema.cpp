@@ -16,11 +16,12 @@ struct Object {
 // Version 1. Times are milliseconds since the Unix epoch. The text is compared with what the
 // database holds, so it never changes once released: a change is a new version and a migration.
 constexpr std::array kObjects = {
+    // listing packs what ordering and freshness need (see listing.hpp).
     Object{"understandings",
            "CREATE TABLE understandings(id INTEGER PRIMARY KEY, target TEXT NOT NULL, "
            "scope TEXT NOT NULL, importance TEXT NOT NULL, purpose TEXT, "
-           "auto_generated INTEGER NOT NULL, stored_at INTEGER NOT NULL, file_size INTEGER, "
-           "file_mtime_ns INTEGER, file_hash INTEGER, UNIQUE(target, scope))"},
+           "auto_generated INTEGER NOT NULL, stored_at INTEGER NOT NULL, listing BLOB NOT NULL, "
+           "UNIQUE(target, scope))"},
     // kind 0: a key point, 1: a gotcha; in the order given.
     Object{"understanding_notes",
            "CREATE TABLE understanding_notes(understanding_id INTEGER NOT NULL, "
@@ -30,7 +31,9 @@ constexpr std::array kObjects = {
            "CREATE TABLE sessions(id TEXT PRIMARY KEY, status TEXT NOT NULL, "
            "started_at INTEGER NOT NULL, last_activity INTEGER NOT NULL, ended_at INTEGER, "
            "turns INTEGER NOT NULL)"},
-    Object{"sessions_by_activity", "CREATE INDEX sessions_by_activity ON sessions(last_activity)"},
+    // The hooks ask for the active sessions of the last day at every session start.
+    Object{"sessions_by_status",
+           "CREATE INDEX sessions_by_status ON sessions(status, last_activity)"},
     // activity and file are derived when the turn is logged, so reading a context parses nothing.
     Object{"turns",
            "CREATE TABLE turns(id INTEGER PRIMARY KEY, session_id TEXT NOT NULL, "

@@ -11,6 +11,11 @@ namespace {
 // Long enough for a queue of concurrent hook runs, short enough to answer before the hooks' own
 // time limits (5 s for a turn) with a clear "locked" error.
 constexpr int kBusyTimeoutMs = 3000;
+// About 256 KiB of 4 KiB pages: a later run reads at most that much of the WAL to open it, and a
+// writer pays a checkpoint's fsyncs once per that much written.
+constexpr int kCheckpointFrames = 64;
+// A checkpoint waits this long for readers to finish before leaving the work to a later writer.
+constexpr int kCheckpointWaitMs = 200;
 // No text this program stores comes near this; a crafted database cannot make us allocate more.
 constexpr int kMaxValueBytes = 16 * 1024 * 1024;
 
@@ -52,20 +57,50 @@ Database::Database(const std::string& path, std::string name, Mode mode) : name_
     sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    if (mode == Mode::read_write) {
+        // Each run is one short process, and the first connection to a database rebuilds the
+        // WAL's index by reading the whole WAL. A checkpoint at every close would cost each write
+        // two fsyncs (milliseconds on a real disk); none at all would make every later run read
+        // an ever longer WAL. So writers let it grow to kCheckpointFrames and then checkpoint it
+        // down to nothing (see commit). A new database is checkpointed at its close: it must be
+        // whole in its file before it is linked into place.
+        sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        sqlite3_wal_hook(db_, &Database::count_wal_frames, this);
+    }
     sqlite3_limit(db_, SQLITE_LIMIT_LENGTH, kMaxValueBytes);
     sqlite3_limit(db_, SQLITE_LIMIT_ATTACHED, 0);
 }
 
 Database::Database(Database&& other) noexcept
-    : db_(std::exchange(other.db_, nullptr)), name_(std::move(other.name_)) {}
+    : db_(std::exchange(other.db_, nullptr)),
+      name_(std::move(other.name_)),
+      wal_frames_(other.wal_frames_) {
+    if (db_ != nullptr) sqlite3_wal_hook(db_, &Database::count_wal_frames, this);
+}
 
 Database& Database::operator=(Database&& other) noexcept {
     if (this != &other) {
         sqlite3_close(db_);
         db_ = std::exchange(other.db_, nullptr);
         name_ = std::move(other.name_);
+        wal_frames_ = other.wal_frames_;
+        if (db_ != nullptr) sqlite3_wal_hook(db_, &Database::count_wal_frames, this);
     }
     return *this;
+}
+
+int Database::count_wal_frames(void* self, sqlite3* /*db*/, const char* /*schema*/, int frames) {
+    static_cast<Database*>(self)->wal_frames_ = frames;
+    return SQLITE_OK;
+}
+
+void Database::checkpoint_when_due() {
+    if (wal_frames_ < kCheckpointFrames) return;
+    // Busy (a reader still in the WAL) only postpones it to a later writer.
+    sqlite3_busy_timeout(db_, kCheckpointWaitMs);
+    sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+    wal_frames_ = 0;
 }
 
 Database::~Database() {
@@ -127,6 +162,14 @@ Statement& Statement::bind_null(int index) {
     return *this;
 }
 
+Statement& Statement::bind_blob(int index, std::string_view bytes) {
+    if (sqlite3_bind_blob64(stmt_, index, bytes.data(), bytes.size(), SQLITE_TRANSIENT) !=
+        SQLITE_OK) {
+        db_->fail();
+    }
+    return *this;
+}
+
 bool Statement::step() {
     const int rc = sqlite3_step(stmt_);
     if (rc == SQLITE_ROW) return true;
@@ -158,6 +201,13 @@ std::string_view Statement::text(int column) const {
     return {data, static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column))};
 }
 
+std::string_view Statement::blob(int column) const {
+    const void* data = sqlite3_column_blob(stmt_, column);
+    if (data == nullptr) return {};
+    return {static_cast<const char*>(data),
+            static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column))};
+}
+
 std::optional<std::string> Statement::optional_text(int column) const {
     if (is_null(column)) return std::nullopt;
     return std::string(text(column));
@@ -174,6 +224,7 @@ Transaction::~Transaction() {
 void Transaction::commit() {
     db_.exec("COMMIT");
     open_ = false;
+    db_.checkpoint_when_due();
 }
 
 }  // namespace host::store

@@ -39,13 +39,19 @@ class Database {
     // Rows changed by the last INSERT, UPDATE or DELETE.
     std::int64_t changes() const;
 
+    // Checkpoints the WAL down to nothing once it has grown long enough; never fails.
+    void checkpoint_when_due();
+
     sqlite3* handle() const { return db_; }
     const std::string& name() const { return name_; }
     [[noreturn]] void fail() const;
 
   private:
+    static int count_wal_frames(void* self, sqlite3* db, const char* schema, int frames);
+
     sqlite3* db_ = nullptr;
     std::string name_;
+    int wal_frames_ = 0;  // frames in the WAL after our last commit
 };
 
 // A prepared statement of one Database; finalized with the object.
@@ -67,6 +73,7 @@ class Statement {
     Statement& bind(int index, std::int64_t value);
     Statement& bind(int index, const std::optional<std::string>& text);
     Statement& bind_null(int index);
+    Statement& bind_blob(int index, std::string_view bytes);
 
     // True while there is a row to read; false when done.
     bool step();
@@ -78,6 +85,7 @@ class Statement {
     bool is_null(int column) const;
     std::int64_t integer(int column) const;
     std::string_view text(int column) const;
+    std::string_view blob(int column) const;
     std::optional<std::string> optional_text(int column) const;
 
   private:

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "host/store/freshness.hpp"
+#include "host/store/listing.hpp"
 #include "host/store/store.hpp"
 
 namespace host::store {
@@ -10,26 +11,18 @@ namespace {
 constexpr std::int64_t kKeyPoint = 0;
 constexpr std::int64_t kGotcha = 1;
 
-std::optional<FileRecord> record_of(const Statement& row, int first_column) {
-    if (row.is_null(first_column)) return std::nullopt;
-    return FileRecord{row.integer(first_column), row.integer(first_column + 1),
-                      static_cast<std::uint64_t>(row.integer(first_column + 2))};
+Listing listing_of(const Statement& row, int column) {
+    auto listing = decode_listing(row.blob(column));
+    if (!listing) throw StoreError(std::string(kStoreDisplayPath) + ": a damaged entry");
+    return *listing;
 }
 
-int importance_rank(std::string_view importance) {
-    if (importance == "high") return 0;
-    if (importance == "medium") return 1;
-    if (importance == "low") return 2;
-    return 3;
-}
-
-// An entry competing for a place in the stats list. Only the winners' texts are copied out.
+// An entry competing for a place in the stats list.
 struct Candidate {
     bool fresh;
     int rank;
     std::int64_t stored_at;
     std::int64_t id;
-    StatsEntry entry;
 };
 
 // Stale first, then more important, then more recent (then the later stored, for a stable order).
@@ -51,18 +44,13 @@ void Store::store_understanding(const Understanding& u) {
     prune_if_due(now);
     Statement upsert = database.prepare(
         "INSERT INTO understandings(target, scope, importance, purpose, auto_generated, "
-        "stored_at, file_size, file_mtime_ns, file_hash) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, "
-        "?9) "
+        "stored_at, listing) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7) "
         "ON CONFLICT(target, scope) DO UPDATE SET importance=excluded.importance, "
         "purpose=excluded.purpose, auto_generated=excluded.auto_generated, "
-        "stored_at=excluded.stored_at, file_size=excluded.file_size, "
-        "file_mtime_ns=excluded.file_mtime_ns, file_hash=excluded.file_hash RETURNING id");
+        "stored_at=excluded.stored_at, listing=excluded.listing RETURNING id");
     upsert.bind(1, u.target).bind(2, u.scope).bind(3, u.importance).bind(4, u.purpose);
     upsert.bind(5, std::int64_t{u.auto_generated}).bind(6, now);
-    if (file) {
-        upsert.bind(7, file->size).bind(8, file->mtime_ns);
-        upsert.bind(9, static_cast<std::int64_t>(file->hash));
-    }
+    upsert.bind_blob(7, encode_listing({importance_rank(u.importance), now, file, u.target}));
     if (!upsert.step()) database.fail();
     const std::int64_t id = upsert.integer(0);
     upsert.run();
@@ -87,8 +75,8 @@ std::optional<RecalledUnderstanding> Store::recall_understanding(
     if (!db_) return std::nullopt;
     Transaction transaction(*db_, false);
     Statement row = db_->prepare(
-        "SELECT id, scope, importance, purpose, auto_generated, stored_at, file_size, "
-        "file_mtime_ns, file_hash FROM understandings WHERE target=?1 AND (?2 IS NULL OR scope=?2) "
+        "SELECT id, scope, importance, purpose, auto_generated, stored_at, listing "
+        "FROM understandings WHERE target=?1 AND (?2 IS NULL OR scope=?2) "
         "ORDER BY stored_at DESC, id DESC LIMIT 1");
     row.bind(1, target).bind(2, scope);
     if (!row.step()) return std::nullopt;
@@ -101,7 +89,7 @@ std::optional<RecalledUnderstanding> Store::recall_understanding(
     u.purpose = row.optional_text(3);
     u.auto_generated = row.integer(4) != 0;
     u.stored_at_ms = row.integer(5);
-    if (const auto file = record_of(row, 6)) {
+    if (const auto file = listing_of(row, 6).file) {
         result.fresh = still_fresh(location_.root, u.target, *file, u.stored_at_ms);
     }
 
@@ -118,33 +106,65 @@ std::optional<RecalledUnderstanding> Store::recall_understanding(
 UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fresh) {
     UnderstandingStats stats;
     if (!db_) return stats;
-    Statement rows = db_->prepare(
-        "SELECT id, scope, target, importance, stored_at, file_size, file_mtime_ns, file_hash "
-        "FROM understandings");
-    // The `limit` best so far as a heap with the worst on top, so that each row costs a
-    // comparison and only a row that makes the list is copied.
+    Transaction transaction(*db_, false);
+    Statement rows = db_->prepare("SELECT id, listing FROM understandings");
+    // The `limit` best so far, as a heap with the worst on top.
     std::vector<Candidate> best;
     best.reserve(limit + 1);
-    std::string target;
-    while (rows.step()) {
-        ++stats.total;
-        target = rows.text(2);
-        Candidate c{true, importance_rank(rows.text(3)), rows.integer(4), rows.integer(0), {}};
-        if (const auto file = record_of(rows, 5)) {
-            c.fresh = still_fresh(location_.root, target, *file, c.stored_at);
-        }
-        if ((c.fresh && !include_fresh) || limit == 0) continue;
-        if (best.size() == limit && !listed_before(c, best.front())) continue;
-        c.entry = {std::string(rows.text(1)), target, std::string(rows.text(3)), c.fresh};
-        best.push_back(std::move(c));
+    auto consider = [&](const Candidate& c) {
+        if ((c.fresh && !include_fresh) || limit == 0) return;
+        if (best.size() == limit && !listed_before(c, best.front())) return;
+        best.push_back(c);
         std::push_heap(best.begin(), best.end(), listed_before);
         if (best.size() > limit) {
             std::pop_heap(best.begin(), best.end(), listed_before);
             best.pop_back();
         }
+    };
+
+    // Entries come in batches whose file checks, most of the cost of a large store, run side by
+    // side; a batch at a time keeps the memory small whatever the size of the store.
+    constexpr std::size_t kBatch = 2048;
+    std::vector<Candidate> batch;
+    std::vector<FreshnessCheck> checks;
+    std::vector<std::size_t> checked;  // the batch entry of each check
+    std::vector<std::size_t> offsets;  // each check's target in `targets`: start, length
+    std::string targets;
+    bool more = true;
+    while (more) {
+        batch.clear();
+        checks.clear();
+        checked.clear();
+        offsets.clear();
+        targets.clear();
+        while (batch.size() < kBatch && (more = rows.step())) {
+            const Listing listing = listing_of(rows, 1);
+            batch.push_back({true, listing.rank, listing.stored_at_ms, rows.integer(0)});
+            if (listing.file) {
+                checks.push_back({{}, *listing.file, listing.stored_at_ms, true});
+                checked.push_back(batch.size() - 1);
+                offsets.insert(offsets.end(), {targets.size(), listing.target.size()});
+                targets += listing.target;
+            }
+        }
+        for (std::size_t i = 0; i < checks.size(); ++i) {
+            checks[i].target = std::string_view(targets).substr(offsets[2 * i], offsets[2 * i + 1]);
+        }
+        check_freshness(location_.root, checks);
+        for (std::size_t i = 0; i < checks.size(); ++i) batch[checked[i]].fresh = checks[i].fresh;
+        stats.total += static_cast<std::int64_t>(batch.size());
+        for (const Candidate& c : batch) consider(c);
     }
+
     std::sort_heap(best.begin(), best.end(), listed_before);
-    for (auto& c : best) stats.entries.push_back(std::move(c.entry));
+    Statement entry =
+        db_->prepare("SELECT scope, target, importance FROM understandings WHERE id=?1");
+    for (const Candidate& c : best) {
+        if (!entry.bind(1, c.id).step()) db_->fail();
+        stats.entries.push_back({std::string(entry.text(0)), std::string(entry.text(1)),
+                                 std::string(entry.text(2)), c.fresh});
+        entry.reset();
+    }
     return stats;
 }
 
