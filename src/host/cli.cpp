@@ -2,8 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_hooks/command/dispatch.hpp"
-#include "cli_hooks/command/registration.hpp"
+#include "cli_hooks/hooks.hpp"
 #include "host/store/commands/options.hpp"
 #include "platform/io.hpp"
 

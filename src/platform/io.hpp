@@ -6,8 +6,9 @@
 namespace platform {
 
 // Once, before anything else: standard descriptors that were closed are reopened so that no later
-// file takes their number (a write to such a stream still fails), and a vanished reader of our
-// output makes the write fail instead of killing the process.
+// file takes their number (a write to such a stream still fails), a vanished reader of our output
+// makes the write fail instead of killing the process, and children can be waited for whatever
+// the parent left them as.
 void prepare_standard_streams();
 
 // All of standard input, as bytes. Throws OsError when it cannot be read.

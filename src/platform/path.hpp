@@ -14,6 +14,16 @@ struct PathParts {
 };
 PathParts split_path(std::string_view path);
 
+// Whether `path` is `dir` or lies below it, compared whole component by component, so that /repo2
+// is not inside /repo. Both should be canonical and in normal case form.
+inline bool is_within(const PathParts& dir, const PathParts& path) {
+    if (dir.root != path.root || dir.parts.size() > path.parts.size()) return false;
+    for (std::size_t i = 0; i < dir.parts.size(); ++i) {
+        if (dir.parts[i] != path.parts[i]) return false;
+    }
+    return true;
+}
+
 // Whether `path` is absolute ("/..." here; a drive or UNC root on Windows). Cheap: no parts.
 bool is_absolute_path(std::string_view path);
 

@@ -9,13 +9,17 @@
 //   <key>.rc      exit status (default 1: the index service is down)
 //   <key>.sleep   seconds to sleep before answering
 //   <key>.flood   a byte count written to both standard output and standard error first
-//   <key>.grandchild  seconds a forked grandchild sleeps while holding the output pipes open
+//   <key>.grandchild  seconds a forked grandchild sleeps while holding the output pipes open;
+//                 <key>.pids then receives "<own pid> <grandchild's pid>" once both run
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace {
@@ -31,7 +35,7 @@ bool read_file(const std::string& name, std::string& out) {
     return true;
 }
 
-void write_all(int fd, const std::string& data) {
+void write_all(int fd, std::string_view data) {
     std::size_t off = 0;
     while (off < data.size()) {
         const ssize_t n = ::write(fd, data.data() + off, data.size() - off);
@@ -69,22 +73,28 @@ int main(int argc, char** argv) {
     std::string value;
     if (read_file(key + ".grandchild", value)) {
         const double seconds = std::atof(value.c_str());
-        if (::fork() == 0) {
+        const pid_t grandchild = ::fork();
+        if (grandchild == 0) {
             std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
             _exit(0);
         }
+        const std::string pids = dir + "/" + key + ".pids";
+        std::ofstream(pids + ".tmp") << ::getpid() << ' ' << grandchild << '\n';
+        std::rename((pids + ".tmp").c_str(), pids.c_str());  // whole, or not there
     }
     if (read_file(key + ".sleep", value)) {
         std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(value.c_str())));
     }
     if (read_file(key + ".flood", value)) {
-        const std::string chunk(std::strtoul(value.c_str(), nullptr, 10), 'x');
-        // Interleave so that a reader draining only one pipe deadlocks.
-        const std::size_t half = chunk.size() / 2;
-        write_all(2, chunk.substr(0, half));
-        write_all(1, chunk.substr(0, half));
-        write_all(2, chunk.substr(half));
-        write_all(1, chunk.substr(half));
+        // In pieces, stderr first, so that a reader draining only one pipe deadlocks, and
+        // without holding the whole amount: the hook's memory is what gets measured.
+        const std::string chunk(1 << 16, 'x');
+        for (std::size_t left = std::strtoull(value.c_str(), nullptr, 10); left > 0;) {
+            const std::size_t n = std::min(left, chunk.size());
+            write_all(2, std::string_view(chunk).substr(0, n));
+            write_all(1, std::string_view(chunk).substr(0, n));
+            left -= n;
+        }
     }
     if (read_file(key + ".stderr", value)) write_all(2, value);
     if (read_file(key + ".stdout", value)) write_all(1, value);

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -73,6 +74,20 @@ void HookTest::TearDown() {
 }
 
 HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& options) {
+    return finish(start(1, args, options).front(), options);
+}
+
+std::vector<HookRun> HookTest::run_together(int count, const std::vector<std::string>& args,
+                                            const RunOptions& options) {
+    std::vector<HookRun> results;
+    for (const Started& started : start(count, args, options)) {
+        results.push_back(finish(started, options));
+    }
+    return results;
+}
+
+std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std::string>& args,
+                                               const RunOptions& options) {
     std::map<std::string, std::string> env = {
         {"PATH", (options.real_host ? fs::path(ORVANE_BINARY).parent_path().string()
                                     : std::string(FAKE_HOST_DIR)) +
@@ -101,48 +116,67 @@ HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& op
     static std::atomic<int> runs{0};
     const fs::path stdin_path = root_ / ("stdin-" + std::to_string(runs++));
     write_file(stdin_path, options.stdin_data);
-    int stdin_pipe[2] = {-1, -1};
-    if (options.stdin_never_closes && ::pipe(stdin_pipe) != 0) throw std::runtime_error("pipe");
+    std::vector<Started> started;
+    for (int i = 0; i < count; ++i) {
+        int stdin_pipe[2] = {-1, -1};
+        if (options.stdin_never_closes && ::pipe(stdin_pipe) != 0) throw std::runtime_error("pipe");
+        int out_pipe[2], err_pipe[2];
+        if (::pipe(out_pipe) != 0 || ::pipe(err_pipe) != 0) throw std::runtime_error("pipe");
 
-    int out_pipe[2], err_pipe[2];
-    if (::pipe(out_pipe) != 0 || ::pipe(err_pipe) != 0) throw std::runtime_error("pipe");
-
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        int in = options.stdin_never_closes ? stdin_pipe[0] : ::open(stdin_path.c_str(), O_RDONLY);
-        ::dup2(in, 0);
-        ::dup2(out_pipe[1], 1);
-        ::dup2(err_pipe[1], 2);
-        if (options.close_stdout) ::close(1);
-        for (int fd = 3; fd < 256; ++fd) ::close(fd);
-        if (::chdir((options.cwd ? *options.cwd : repo_).c_str()) != 0) _exit(126);
-        std::vector<char*> argv, envp;
-        for (auto& s : argv_strings) argv.push_back(s.data());
-        argv.push_back(nullptr);
-        for (auto& s : env_strings) envp.push_back(s.data());
-        envp.push_back(nullptr);
-        ::signal(SIGPIPE, SIG_DFL);
-        ::execve(argv[0], argv.data(), envp.data());
-        _exit(127);
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            int in =
+                options.stdin_never_closes ? stdin_pipe[0] : ::open(stdin_path.c_str(), O_RDONLY);
+            ::dup2(in, 0);
+            ::dup2(out_pipe[1], 1);
+            ::dup2(err_pipe[1], 2);
+            if (options.close_stdout) ::close(1);
+            for (int fd = 3; fd < 256; ++fd) ::close(fd);
+            if (::chdir((options.cwd ? *options.cwd : repo_).c_str()) != 0) _exit(126);
+            std::vector<char*> argv, envp;
+            for (auto& s : argv_strings) argv.push_back(s.data());
+            argv.push_back(nullptr);
+            for (auto& s : env_strings) envp.push_back(s.data());
+            envp.push_back(nullptr);
+            // What an agent would leave the hook with, whatever the test runner left us with.
+            for (int sig : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) {
+                ::signal(sig, SIG_DFL);
+            }
+            if (options.ignore_sigchld) ::signal(SIGCHLD, SIG_IGN);
+            if (options.signal) ::setpgid(0, 0);
+            ::execve(argv[0], argv.data(), envp.data());
+            _exit(127);
+        }
+        if (options.signal) ::setpgid(pid, pid);
+        ::close(out_pipe[1]);
+        ::close(err_pipe[1]);
+        if (options.stdin_never_closes) ::close(stdin_pipe[0]);
+        started.push_back({pid, out_pipe[0], err_pipe[0], stdin_pipe[1]});
     }
-    ::close(out_pipe[1]);
-    ::close(err_pipe[1]);
-    if (options.stdin_never_closes) ::close(stdin_pipe[0]);
+    return started;
+}
 
+HookRun HookTest::finish(const Started& started, const RunOptions& options) {
     HookRun result;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
+    const auto now = [] { return std::chrono::steady_clock::now(); };
+    const auto deadline = now() + std::chrono::seconds(options.limit_seconds);
+    bool signalled = !options.signal.has_value();
+    pollfd fds[2] = {{started.out, POLLIN, 0}, {started.err, POLLIN, 0}};
     std::string* sinks[2] = {&result.out, &result.err};
     int open_count = 2;
     while (open_count > 0) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now());
         if (left.count() <= 0) {
-            ::kill(pid, SIGKILL);
-            ADD_FAILURE() << "hook run did not finish within 60 s";
+            ::kill(started.pid, SIGKILL);
+            ADD_FAILURE() << "hook run did not finish within " << options.limit_seconds << " s";
             break;
         }
-        if (::poll(fds, 2, static_cast<int>(left.count())) < 0) continue;
+        if (!signalled && fs::exists(options.signal->when_exists)) {
+            ::kill(-started.pid, options.signal->signal);
+            signalled = true;
+        }
+        const int wait_ms = signalled ? static_cast<int>(left.count()) : 20;
+        if (::poll(fds, 2, wait_ms) < 0) continue;
         for (int i = 0; i < 2; ++i) {
             if (fds[i].fd < 0 || fds[i].revents == 0) continue;
             char buf[65536];
@@ -160,10 +194,12 @@ HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& op
         if (f.fd >= 0) ::close(f.fd);
     }
     int wstatus = 0;
-    ::waitpid(pid, &wstatus, 0);
-    if (options.stdin_never_closes) ::close(stdin_pipe[1]);
+    rusage usage{};
+    ::wait4(started.pid, &wstatus, 0, &usage);
+    if (started.stdin_write >= 0) ::close(started.stdin_write);
     if (WIFEXITED(wstatus)) result.status = WEXITSTATUS(wstatus);
     if (WIFSIGNALED(wstatus)) result.signal = WTERMSIG(wstatus);
+    result.peak_rss_kib = usage.ru_maxrss;
     return result;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <filesystem>
 #include <map>
@@ -13,10 +14,18 @@ namespace e2e {
 namespace fs = std::filesystem;
 
 struct HookRun {
-    std::string out;  // standard output, bytes
-    std::string err;  // standard error, bytes
-    int status = -1;  // exit status, or -1 when ended by a signal
-    int signal = 0;   // the signal that ended it, if any
+    std::string out;        // standard output, bytes
+    std::string err;        // standard error, bytes
+    int status = -1;        // exit status, or -1 when ended by a signal
+    int signal = 0;         // the signal that ended it, if any
+    long peak_rss_kib = 0;  // peak resident memory of the hook or of any child it waited for
+};
+
+// A signal sent to the hook's process group (as an agent's Ctrl-C reaches it) once `when_exists`
+// appears.
+struct SignalAt {
+    int signal;
+    fs::path when_exists;
 };
 
 struct RunOptions {
@@ -26,7 +35,10 @@ struct RunOptions {
     // Overrides of the base environment; nullopt removes the variable.
     std::map<std::string, std::optional<std::string>> env;
     std::optional<fs::path> cwd;  // default: the fixture's repository directory
-    bool real_host = false;       // the build, not the fake host, first on PATH
+    bool ignore_sigchld = false;  // start the hook with SIGCHLD ignored
+    std::optional<SignalAt> signal;
+    int limit_seconds = 60;  // then the hook is killed and the test fails
+    bool real_host = false;  // the build, not the fake host, first on PATH
 };
 
 // A temporary repository, log directory and fake-host scenario for each test. Hooks run as
@@ -37,6 +49,9 @@ class HookTest : public ::testing::Test {
     void TearDown() override;
 
     HookRun run(const std::vector<std::string>& args, const RunOptions& options = {});
+    // `count` runs started together, their results in order.
+    std::vector<HookRun> run_together(int count, const std::vector<std::string>& args,
+                                      const RunOptions& options = {});
     HookRun hook(const std::string& name, const std::string& stdin_data,
                  const std::vector<std::string>& extra_args = {});
 
@@ -56,6 +71,16 @@ class HookTest : public ::testing::Test {
     fs::path repo_;      // the working directory of hook runs
     fs::path logs_;      // ORVANE_TAMBLO_LOG_DIR
     fs::path scenario_;  // FAKE_HOST_SCENARIO
+
+  private:
+    struct Started {
+        pid_t pid;
+        int out, err;
+        int stdin_write;  // -1 unless stdin never closes
+    };
+    std::vector<Started> start(int count, const std::vector<std::string>& args,
+                               const RunOptions& options);
+    HookRun finish(const Started& started, const RunOptions& options);
 };
 
 // The exact bytes a hook writes for `text` in `agent`'s form. The forms themselves are checked

@@ -7,6 +7,7 @@
 
 namespace cli_hooks {
 
+// One hook as registered and dispatched.
 struct HookSpec {
     std::string_view name;
     const char* help;
@@ -14,13 +15,9 @@ struct HookSpec {
     HookHandler handler;
 };
 
-inline constexpr std::size_t kHookCount = 11;
-
-// The eleven hooks in registration order: the one list of them.
-std::span<const HookSpec> hook_table();
-
-// Runs the named hook inside the guard; the result is the process exit status.
-int cmd_hooks(const HookArgs& args);
+// Runs the hook `args` names, looked up in `hooks`, inside the guard and returns its status;
+// without a hook it writes the usage line and returns 1.
+int dispatch_hook(const HookArgs& args, std::span<const HookSpec> hooks);
 
 // Runs `handler`; any failure it lets escape becomes one line on standard error and status 0.
 int _run_guarded(std::string_view hook_cmd, HookHandler handler, const HookArgs& args);

@@ -26,16 +26,6 @@ const Json* find_candidate(const HookInput& data) {
     return nullptr;
 }
 
-// Whether `path` is `dir` or lies below it, compared whole component by component, so that
-// /repo2 is not inside /repo.
-bool is_within(const platform::PathParts& dir, const platform::PathParts& path) {
-    if (dir.root != path.root || dir.parts.size() > path.parts.size()) return false;
-    for (std::size_t i = 0; i < dir.parts.size(); ++i) {
-        if (dir.parts[i] != path.parts[i]) return false;
-    }
-    return true;
-}
-
 }  // namespace
 
 std::optional<std::string> extract_file_path(const HookInput& data) {
@@ -45,8 +35,8 @@ std::optional<std::string> extract_file_path(const HookInput& data) {
     try {
         const std::string normalized = platform::canonical_path(raw);
         const std::string cwd = platform::canonical_path(platform::current_directory());
-        if (!is_within(platform::split_path(platform::normal_case(cwd)),
-                       platform::split_path(platform::normal_case(normalized)))) {
+        if (!platform::is_within(platform::split_path(platform::normal_case(cwd)),
+                                 platform::split_path(platform::normal_case(normalized)))) {
             _hook_debug_log("extract_file_path rejected (outside cwd): " + normalized);
             return std::nullopt;
         }
@@ -64,7 +54,7 @@ std::string get_relative_path(const std::string& file_path) {
     if (path.root.empty()) return file_path;
     const std::string cwd_text = platform::current_directory();
     const platform::PathParts cwd = platform::split_path(cwd_text);
-    if (!is_within(cwd, path)) {
+    if (!platform::is_within(cwd, path)) {
         _hook_debug_log("get_relative_path: not under cwd, using as-is ('" + file_path +
                         "' is not in the subpath of '" + cwd_text + "')");
         return file_path;

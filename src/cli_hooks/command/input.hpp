@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "cli_hooks/command/agent.hpp"
 #include "cli_hooks/command/args.hpp"
 #include "support/json.hpp"
 
@@ -14,13 +15,6 @@ using support::Json;
 
 // The hook input: the JSON object the agent wrote to standard input, or an empty object.
 using HookInput = Json;
-
-// The agent a hook answers to. Anything unrecognised answers as Claude Code.
-using AgentKind = std::string_view;
-inline constexpr AgentKind AGENT_CLAUDE = "claude";
-inline constexpr AgentKind AGENT_COPILOT = "copilot";
-inline constexpr AgentKind AGENT_CURSOR = "cursor";
-inline constexpr AgentKind AGENT_WINDSURF = "windsurf";
 
 inline constexpr std::size_t _SESSION_ID_MAX_LENGTH = 100;
 inline constexpr std::size_t _DEFAULT_STRING_LIMIT = 30000;

@@ -15,7 +15,8 @@ constexpr const char* inject_agent_help =
 
 }  // namespace
 
-HooksCommand::HooksCommand(CLI::App& subparsers) {
+HooksCommand::HooksCommand(CLI::App& subparsers, std::span<const HookSpec> hooks)
+    : subcommands_(hooks.size()), agents_(hooks.size()) {
     hooks_ =
         subparsers.add_subcommand("hooks", "AI agent hook handlers (used by hook configurations)");
     // The description doubles as the line in the top-level command list; the rest goes below.
@@ -24,18 +25,21 @@ HooksCommand::HooksCommand(CLI::App& subparsers) {
         "input\nand writes its response to standard output (one JSON line, or plain text for "
         "Windsurf).\nRun 'orvane-tamblo hooks <hook> --help' for a hook's options.");
     hooks_->require_subcommand(0, 1);
-    const auto table = hook_table();
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        const HookSpec& hook = table[i];
+    for (std::size_t i = 0; i < hooks.size(); ++i) {
+        const HookSpec& hook = hooks[i];
         CLI::App* sub = hooks_->add_subcommand(std::string(hook.name), hook.help);
         if (hook.name == "log-conversation") {
             sub->add_option("--type", turn_type_, "Turn type: user or tool")
                 ->required()
-                ->check(CLI::IsMember({"user", "tool"}));
+                ->check(CLI::IsMember({"user", "tool"}))
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         }
         agents_[i] = hook.agent_default;
         const bool is_inject = hook.name == "inject-context";
-        sub->add_option("--agent", agents_[i], is_inject ? inject_agent_help : agent_help);
+        // A repeated option takes its last value, as parsers conventionally do: a parse error
+        // would exit 2, which Claude Code reads as "block this tool call".
+        sub->add_option("--agent", agents_[i], is_inject ? inject_agent_help : agent_help)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         subcommands_[i] = sub;
     }
 }
@@ -54,10 +58,6 @@ HookArgs HooksCommand::args() const {
         }
     }
     return args;
-}
-
-std::unique_ptr<HooksCommand> add_hooks_subparser(CLI::App& subparsers) {
-    return std::make_unique<HooksCommand>(subparsers);
 }
 
 }  // namespace cli_hooks

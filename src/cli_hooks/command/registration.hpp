@@ -1,8 +1,8 @@
 #pragma once
 
-#include <array>
-#include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "cli_hooks/command/args.hpp"
 #include "cli_hooks/command/dispatch.hpp"
@@ -17,17 +17,15 @@ namespace cli_hooks {
 // chosen and which arguments it was given.
 class HooksCommand {
   public:
-    explicit HooksCommand(CLI::App& subparsers);
+    HooksCommand(CLI::App& subparsers, std::span<const HookSpec> hooks);
     bool chosen() const;
     HookArgs args() const;
 
   private:
     CLI::App* hooks_;
-    std::array<CLI::App*, kHookCount> subcommands_{};
-    std::array<std::string, kHookCount> agents_;
+    std::vector<CLI::App*> subcommands_;
+    std::vector<std::string> agents_;  // never resized after the options point into it
     std::string turn_type_;
 };
-
-std::unique_ptr<HooksCommand> add_hooks_subparser(CLI::App& subparsers);
 
 }  // namespace cli_hooks

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "cli_hooks/command/debug_log.hpp"
 #include "cli_hooks/command/input.hpp"
 #include "cli_hooks/output/response.hpp"
 #include "cli_hooks/query/conversation.hpp"
@@ -29,8 +30,8 @@ constexpr const char* kNothingCachedText =
 constexpr const char* kCompactionHeading = "## Context Restored After Compaction\n";
 
 bool is_zero(const Json& total) {
-    if (total.is_boolean()) return !total.get<bool>();
-    return total.is_number() && total.get<double>() == 0.0;
+    if (total.is_bool()) return !total.as_bool();
+    return total.is_number() && total.as_double() == 0.0;
 }
 
 std::string text_member(const Json& entry, std::string_view key) {
@@ -46,7 +47,7 @@ std::string entry_lines(const Json& stats) {
                                  ", not an object");
     }
     std::string lines;
-    for (const auto& [scope, scope_data] : by_scope->items()) {
+    for (const auto& [scope, scope_data] : by_scope->members()) {
         const Json* entries = support::member(scope_data, "entries");
         if (entries == nullptr) continue;
         if (!entries->is_array()) {
@@ -98,7 +99,9 @@ int hook_session_start(const HookArgs& args, const std::optional<std::string>& f
 
     std::vector<std::string> sections;
     if (!is_compact) {
-        std::string brief = host::get_orvane_session_brief();
+        std::string note;
+        std::string brief = host::get_orvane_session_brief(&note);
+        if (!note.empty()) _hook_debug_log("hook_session_start: " + note);
         if (!brief.empty()) sections.push_back(std::move(brief));
     }
     if (auto conversation = get_conversation_context(); conversation && !conversation->empty()) {

@@ -12,12 +12,14 @@ namespace cli_hooks {
 using support::Json;
 
 // Runs one host command and decodes its answer: nullopt for a non-zero status, blank output or a
-// JSON null, and (with a debug line) for a time-out, a command that cannot start or output that
-// is not one JSON document. The child's standard error is never looked at.
+// JSON null, and (with a debug line) for a time-out, a command that cannot start or be waited
+// for, too much output, or output that is not one JSON document. The child's standard error is
+// never looked at. An argument holding NUL cannot be passed and throws std::invalid_argument.
 std::optional<Json> _run_query_json(const std::vector<std::string>& cmd, int timeout);
 
 // Runs a host command whose answer nobody reads (its output and status are discarded). Returns
-// the description of a failure to start it or to finish within `timeout` seconds, else nullopt.
+// the description of a failure to start it, wait for it or see it finish within `timeout`
+// seconds, else nullopt.
 std::optional<std::string> _run_host_command(const std::vector<std::string>& cmd, int timeout);
 
 // `query understand --action=stats`: the statistics object, or nullopt.

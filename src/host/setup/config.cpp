@@ -1,8 +1,11 @@
 #include "host/setup/config.hpp"
 
+#include <cerrno>
 #include <stdexcept>
 
 #include "platform/fs.hpp"
+#include "platform/os_error.hpp"
+#include "platform/path.hpp"
 #include "support/utf8.hpp"
 
 namespace host {
@@ -10,6 +13,8 @@ namespace host {
 namespace {
 
 constexpr const char* kBriefPath = ".orvane-tamblo/brief.md";
+// Far more than any brief needs, and all of it goes into the model's context on every start.
+constexpr std::size_t kMaxBriefBytes = 64 * 1024;
 
 constexpr const char* kBuiltinBrief =
     "# orvane-tamblo\n"
@@ -33,11 +38,49 @@ constexpr const char* kBuiltinBrief =
     "\n"
     "Prefer these over text search for symbol discovery; grep stays right for exact strings.";
 
+std::string built_in(std::string* note, const std::string& why) {
+    if (note != nullptr) *note = std::string(kBriefPath) + why + "; using the built-in brief";
+    return kBuiltinBrief;
+}
+
+// The longest start of `text` no longer than `size` bytes that does not split a UTF-8 sequence.
+std::size_t character_boundary(const std::string& text, std::size_t size) {
+    for (int back = 0; back < 3 && size > 0 && size < text.size(); ++back) {
+        if ((static_cast<unsigned char>(text[size]) & 0xC0) != 0x80) break;
+        --size;
+    }
+    return size;
+}
+
 }  // namespace
 
-std::string get_orvane_session_brief() {
-    auto content = platform::read_regular_file(kBriefPath);
-    if (!content) return kBuiltinBrief;
+std::string get_orvane_session_brief(std::string* note) {
+    // The repository decides what the file is; it must not decide which of the user's files
+    // reaches the model. So only a regular file inside the repository is read.
+    std::string path, repo;
+    try {
+        path = platform::canonical_path(kBriefPath);
+        repo = platform::canonical_path(platform::current_directory());
+    } catch (const platform::OsError& e) {
+        if (e.code() != ELOOP && e.code() != ENOENT) throw;
+        return built_in(note, std::string(" cannot be resolved (") + e.what() + ")");
+    }
+    if (!platform::is_within(platform::split_path(platform::normal_case(repo)),
+                             platform::split_path(platform::normal_case(path)))) {
+        return built_in(note, " leads outside the repository, to " + path);
+    }
+    auto content = platform::read_regular_file(path, kMaxBriefBytes + 1);
+    if (!content) {
+        if (platform::path_exists(path)) return built_in(note, " is not a regular file");
+        return kBuiltinBrief;
+    }
+    if (content->size() > kMaxBriefBytes) {
+        content->resize(character_boundary(*content, kMaxBriefBytes));
+        if (note != nullptr) {
+            *note = std::string(kBriefPath) + " holds more than " + std::to_string(kMaxBriefBytes) +
+                    " bytes; using its first " + std::to_string(content->size());
+        }
+    }
     if (auto error = support::utf8_error(*content)) {
         throw std::runtime_error(std::string(kBriefPath) + ": " + *error);
     }

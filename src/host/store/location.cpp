@@ -44,13 +44,8 @@ std::string enter_directory(const std::string& root, const std::string& path,
 }  // namespace
 
 bool is_inside(const std::string& root, const std::string& path) {
-    const platform::PathParts r = platform::split_path(platform::normal_case(root));
-    const platform::PathParts p = platform::split_path(platform::normal_case(path));
-    if (r.root != p.root || p.parts.size() < r.parts.size()) return false;
-    for (std::size_t i = 0; i < r.parts.size(); ++i) {
-        if (r.parts[i] != p.parts[i]) return false;
-    }
-    return true;
+    return platform::is_within(platform::split_path(platform::normal_case(root)),
+                               platform::split_path(platform::normal_case(path)));
 }
 
 StoreLocation locate_store(const std::string& root_dir, bool create) {

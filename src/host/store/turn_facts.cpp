@@ -60,7 +60,7 @@ constexpr std::array<std::string_view, 4> kPatternKeys = {"pattern", "query", "r
 const std::string* string_member(const Json& object, std::string_view key) {
     const Json* value = support::member(object, key);
     if (value == nullptr || !value->is_string()) return nullptr;
-    return &value->get_ref<const std::string&>();
+    return &value->as_string();
 }
 
 // The text after `"key": "` in JSON text that no longer parses (cut at its limit): the string's
@@ -75,7 +75,7 @@ std::optional<std::string> string_in_cut_text(std::string_view text, std::string
     try {
         const Json value = support::parse_json(
             text.substr(start + opening.size() - 1, end - start - opening.size() + 2));
-        if (value.is_string()) return value.get_ref<const std::string&>();
+        if (value.is_string()) return value.as_string();
     } catch (const std::runtime_error&) {
     }
     return std::nullopt;
@@ -105,7 +105,7 @@ std::optional<Json> parse_input(const std::string& text) {
         Json value = support::parse_json(text);
         if (value.is_string()) {
             try {
-                Json inner = support::parse_json(value.get_ref<const std::string&>());
+                Json inner = support::parse_json(value.as_string());
                 if (inner.is_object()) return inner;
             } catch (const std::runtime_error&) {
             }

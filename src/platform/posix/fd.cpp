@@ -2,17 +2,24 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/os_error.hpp"
 
 namespace platform::posix {
 
-std::string read_all(int fd, const std::string& what) {
+void UniqueFd::close() {
+    if (fd >= 0) ::close(fd);
+    fd = -1;
+}
+
+std::string read_all(int fd, const std::string& what, std::size_t limit) {
     std::string data;
     char buf[65536];
-    for (;;) {
-        const ssize_t n = ::read(fd, buf, sizeof buf);
+    while (data.size() < limit) {
+        const std::size_t want = std::min(sizeof buf, limit - data.size());
+        const ssize_t n = ::read(fd, buf, want);
         if (n == 0) return data;
         if (n < 0) {
             if (errno == EINTR) continue;
@@ -20,6 +27,7 @@ std::string read_all(int fd, const std::string& what) {
         }
         data.append(buf, static_cast<std::size_t>(n));
     }
+    return data;
 }
 
 void write_all(int fd, std::string_view data, const std::string& what) {

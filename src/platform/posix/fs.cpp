@@ -12,50 +12,42 @@
 namespace platform {
 
 void append_file(const std::string& path, std::string_view data) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0) throw OsError("cannot open " + path, errno);
+    // Non-blocking, so that a FIFO without a reader fails at once instead of hanging the run.
+    posix::UniqueFd file(
+        ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));
+    if (file.fd < 0) throw OsError("cannot open " + path, errno);
+    struct stat st {};
+    if (::fstat(file.fd, &st) != 0) throw OsError("cannot inspect " + path, errno);
+    if (!S_ISREG(st.st_mode)) throw OsError("will not append to " + path, EINVAL);
     // One write per call, so that lines from concurrent hook runs do not interleave.
-    const ssize_t n = ::write(fd, data.data(), data.size());
-    const int write_errno = errno;
-    ::close(fd);
-    if (n < 0) throw OsError("cannot write " + path, write_errno);
+    const ssize_t n = ::write(file.fd, data.data(), data.size());
+    if (n < 0) throw OsError("cannot write " + path, errno);
     if (static_cast<std::size_t>(n) != data.size()) throw OsError("short write to " + path, EIO);
 }
 
-std::optional<std::string> read_regular_file(const std::string& path) {
+std::optional<std::string> read_regular_file(const std::string& path, std::size_t limit) {
     struct stat st {};
     if (::stat(path.c_str(), &st) != 0) {
         if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
         throw OsError("cannot inspect " + path, errno);
     }
     if (!S_ISREG(st.st_mode)) return std::nullopt;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) throw OsError("cannot open " + path, errno);
-    try {
-        std::string data = posix::read_all(fd, path);
-        ::close(fd);
-        return data;
-    } catch (...) {
-        ::close(fd);
-        throw;
-    }
-}
-
-void write_file(const std::string& path, std::string_view data) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0) throw OsError("cannot open " + path, errno);
-    try {
-        posix::write_all(fd, data, path);
-    } catch (...) {
-        ::close(fd);
-        throw;
-    }
-    if (::close(fd) != 0) throw OsError("cannot write " + path, errno);
+    // Non-blocking in case something else took the file's place since.
+    posix::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.fd < 0) throw OsError("cannot open " + path, errno);
+    return posix::read_all(file.fd, path, limit);
 }
 
 bool is_regular_file(const std::string& path) {
     struct stat st {};
     if (::stat(path.c_str(), &st) == 0) return S_ISREG(st.st_mode);
+    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) return false;
+    throw OsError("cannot inspect " + path, errno);
+}
+
+bool path_exists(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) == 0) return true;
     if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) return false;
     throw OsError("cannot inspect " + path, errno);
 }

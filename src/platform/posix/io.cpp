@@ -22,6 +22,9 @@ void prepare_standard_streams() {
         }
     }
     std::signal(SIGPIPE, SIG_IGN);
+    // Inherited as ignored, SIGCHLD would have the system reap our children itself, and their
+    // exit status would be lost.
+    std::signal(SIGCHLD, SIG_DFL);
 }
 
 std::string read_stdin() {

@@ -8,8 +8,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <iterator>
 #include <thread>
+
+#include "platform/posix/fd.hpp"
 
 extern char** environ;
 
@@ -19,19 +23,78 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Closes its descriptors on every path out of run_process.
-struct Pipes {
-    int out[2] = {-1, -1};
-    int err[2] = {-1, -1};
-    ~Pipes() {
-        for (int fd : {out[0], out[1], err[0], err[1]}) {
-            if (fd >= 0) ::close(fd);
+constexpr int kTerminationSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
+
+// The running child, for the signal handler; 0 while none runs.
+volatile std::sig_atomic_t running_child = 0;
+
+sigset_t termination_set() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int sig : kTerminationSignals) sigaddset(&set, sig);
+    return set;
+}
+
+// Async-signal-safe: the child leads its own group, so the agent's Ctrl-C or kill reaches us
+// but not it. Take the group down and reap the child, then die of the same signal.
+extern "C" void end_with_child(int sig) {
+    const pid_t pid = running_child;
+    if (pid > 0) {
+        ::kill(-pid, SIGKILL);
+        ::kill(pid, SIGKILL);
+        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
         }
     }
-    static void close_fd(int& fd) {
-        if (fd >= 0) ::close(fd);
-        fd = -1;
+    struct sigaction fallback {};
+    fallback.sa_handler = SIG_DFL;
+    sigemptyset(&fallback.sa_mask);
+    ::sigaction(sig, &fallback, nullptr);
+    ::raise(sig);  // pending until the unblock below, then fatal
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, sig);
+    ::sigprocmask(SIG_UNBLOCK, &set, nullptr);
+    ::_exit(128 + sig);
+}
+
+// Routes termination signals to end_with_child for as long as it lives. Signals left ignored
+// (nohup, a background job's SIGINT) or handled by someone else stay as they are.
+class SignalGuard {
+  public:
+    SignalGuard() {
+        const sigset_t set = termination_set();
+        ::sigprocmask(SIG_BLOCK, &set, &saved_mask_);
+        struct sigaction action {};
+        action.sa_handler = end_with_child;
+        action.sa_mask = set;
+        for (std::size_t i = 0; i < std::size(kTerminationSignals); ++i) {
+            ::sigaction(kTerminationSignals[i], nullptr, &saved_[i]);
+            if ((saved_[i].sa_flags & SA_SIGINFO) == 0 && saved_[i].sa_handler == SIG_DFL) {
+                installed_[i] = ::sigaction(kTerminationSignals[i], &action, nullptr) == 0;
+            }
+        }
     }
+    ~SignalGuard() {
+        block();
+        running_child = 0;
+        for (std::size_t i = 0; i < std::size(kTerminationSignals); ++i) {
+            if (installed_[i]) ::sigaction(kTerminationSignals[i], &saved_[i], nullptr);
+        }
+        unblock();  // a signal held back now meets its old disposition
+    }
+    SignalGuard(const SignalGuard&) = delete;
+    SignalGuard& operator=(const SignalGuard&) = delete;
+
+    void block() {
+        const sigset_t set = termination_set();
+        ::sigprocmask(SIG_BLOCK, &set, nullptr);
+    }
+    void unblock() { ::sigprocmask(SIG_SETMASK, &saved_mask_, nullptr); }
+
+  private:
+    sigset_t saved_mask_;
+    struct sigaction saved_[std::size(kTerminationSignals)]{};
+    bool installed_[std::size(kTerminationSignals)] = {};
 };
 
 std::string describe(const std::vector<std::string>& argv) {
@@ -49,46 +112,102 @@ int milliseconds_left(Clock::time_point deadline) {
     return left.count() <= 0 ? 0 : static_cast<int>(left.count());
 }
 
-pid_t spawn(const std::vector<std::string>& argv, Pipes& pipes) {
-    std::vector<char*> args;
-    for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
-    args.push_back(nullptr);
+// One started child with its pipes. Whatever way the run leaves before the child was reaped,
+// the destructor kills its group and reaps it.
+class Child {
+  public:
+    Child(const std::vector<std::string>& argv, const std::string& program) {
+        int out[2], err[2];
+        if (::pipe2(out, O_CLOEXEC) != 0) fail_start(argv, errno);
+        out_.fd = out[0];
+        posix::UniqueFd out_write(out[1]);
+        if (::pipe2(err, O_CLOEXEC) != 0) fail_start(argv, errno);
+        err_.fd = err[0];
+        posix::UniqueFd err_write(err[1]);
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pipes.out[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, pipes.err[1], STDERR_FILENO);
+        std::vector<char*> args;
+        for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+        args.push_back(nullptr);
 
-    posix_spawnattr_t attr;
-    posix_spawnattr_init(&attr);
-    // Its own process group, so the deadline can take grandchildren down with it; and the
-    // default SIGPIPE back, which this process ignores for itself.
-    sigset_t defaults, empty;
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    sigemptyset(&empty);
-    posix_spawnattr_setsigdefault(&attr, &defaults);
-    posix_spawnattr_setsigmask(&attr, &empty);
-    posix_spawnattr_setpgroup(&attr, 0);
-    posix_spawnattr_setflags(
-        &attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, out_write.fd, STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, err_write.fd, STDERR_FILENO);
 
-    pid_t pid = -1;
-    const int rc = posix_spawnp(&pid, args[0], &actions, &attr, args.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attr);
-    if (rc != 0) {
-        throw ProcessStartError("could not start " + argv[0] + ": " + std::strerror(rc));
+        posix_spawnattr_t attr;
+        posix_spawnattr_init(&attr);
+        // Its own process group, so that the deadline can take grandchildren down with it; the
+        // default SIGPIPE back, which this process ignores; and no signal blocked, as it is here
+        // while it starts.
+        sigset_t defaults, empty;
+        sigemptyset(&defaults);
+        sigaddset(&defaults, SIGPIPE);
+        sigemptyset(&empty);
+        posix_spawnattr_setsigdefault(&attr, &defaults);
+        posix_spawnattr_setsigmask(&attr, &empty);
+        posix_spawnattr_setpgroup(&attr, 0);
+        posix_spawnattr_setflags(
+            &attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+
+        pid_t pid = -1;
+        const int rc = posix_spawn(&pid, program.c_str(), &actions, &attr, args.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attr);
+        if (rc != 0) fail_start(argv, rc);
+        pid_ = pid;
+        running_child = pid;
+        signals_.unblock();  // a signal that came during the start is handled from here on
     }
-    return pid;
-}
 
-[[noreturn]] void kill_and_reap(pid_t pid, const std::vector<std::string>& argv,
-                                std::chrono::milliseconds timeout) {
-    ::kill(-pid, SIGKILL);
-    ::kill(pid, SIGKILL);
-    while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+    ~Child() {
+        signals_.block();
+        if (!reaped_) {
+            ::kill(-pid_, SIGKILL);
+            ::kill(pid_, SIGKILL);
+            while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+            }
+        }
+        running_child = 0;
     }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    posix::UniqueFd& out() { return out_; }
+    posix::UniqueFd& err() { return err_; }
+
+    // The wait status once the child has ended; nullopt while it runs. A child that cannot be
+    // waited for (SIGCHLD ignored, say) has an unknown status, never a successful one.
+    std::optional<int> try_reap(const std::vector<std::string>& argv) {
+        signals_.block();
+        int status = 0;
+        const pid_t done = ::waitpid(pid_, &status, WNOHANG);
+        const int error = errno;
+        if (done == pid_ || (done < 0 && error == ECHILD)) {
+            reaped_ = true;
+            running_child = 0;
+        }
+        signals_.unblock();
+        if (done == pid_) return status;
+        if (done < 0 && error != EINTR) {
+            throw ProcessWaitError("cannot learn how '" + describe(argv) +
+                                   "' ended: " + std::strerror(error));
+        }
+        return std::nullopt;
+    }
+
+  private:
+    [[noreturn]] static void fail_start(const std::vector<std::string>& argv, int error) {
+        throw ProcessStartError("could not start " + argv[0] + ": " + std::strerror(error));
+    }
+
+    SignalGuard signals_;  // first in, last out: covers the start and the final reap
+    posix::UniqueFd out_, err_;
+    pid_t pid_ = -1;
+    bool reaped_ = false;
+};
+
+[[noreturn]] void time_out(const std::vector<std::string>& argv,
+                           std::chrono::milliseconds timeout) {
     const auto ms = timeout.count();
     const std::string limit =
         ms % 1000 == 0 ? std::to_string(ms / 1000) + " seconds" : std::to_string(ms) + " ms";
@@ -97,52 +216,65 @@ pid_t spawn(const std::vector<std::string>& argv, Pipes& pipes) {
 
 }  // namespace
 
-ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout) {
+ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
+                          ChildOutput output) {
     if (argv.empty()) throw ProcessStartError("could not start: empty command");
-    const auto deadline = Clock::now() + timeout;
-
-    Pipes pipes;
-    if (::pipe2(pipes.out, O_CLOEXEC) != 0 || ::pipe2(pipes.err, O_CLOEXEC) != 0) {
-        throw ProcessStartError("could not start " + argv[0] + ": " + std::strerror(errno));
+    for (const auto& arg : argv) {
+        if (arg.find('\0') != std::string::npos) {
+            throw std::invalid_argument("cannot run " + std::string(argv[0].c_str()) +
+                                        ": an argument holds a NUL character");
+        }
     }
-    const pid_t pid = spawn(argv, pipes);
-    Pipes::close_fd(pipes.out[1]);
-    Pipes::close_fd(pipes.err[1]);
+    const auto deadline = Clock::now() + timeout;
+    std::string program = argv[0];
+    if (argv[0].find('/') == std::string::npos) {
+        auto found = find_program(argv[0]);
+        if (!found) {
+            throw ProcessStartError("could not start " + argv[0] + ": " + std::strerror(ENOENT));
+        }
+        program = std::move(*found);
+    }
 
+    Child child(argv, program);
     ProcessResult result;
-    pollfd fds[2] = {{pipes.out[0], POLLIN, 0}, {pipes.err[0], POLLIN, 0}};
-    std::string* sinks[2] = {&result.out, &result.err};
+    pollfd fds[2] = {{child.out().fd, POLLIN, 0}, {child.err().fd, POLLIN, 0}};
+    posix::UniqueFd* owners[2] = {&child.out(), &child.err()};
     int open_streams = 2;
+    char buf[65536];
     while (open_streams > 0) {
         const int wait_ms = milliseconds_left(deadline);
-        if (wait_ms == 0) kill_and_reap(pid, argv, timeout);
+        if (wait_ms == 0) time_out(argv, timeout);
         const int ready = ::poll(fds, 2, wait_ms);
         if (ready < 0 && errno != EINTR) break;
         for (int i = 0; i < 2 && ready > 0; ++i) {
             if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-            char buf[65536];
             const ssize_t n = ::read(fds[i].fd, buf, sizeof buf);
             if (n > 0) {
-                sinks[i]->append(buf, static_cast<std::size_t>(n));
+                if (i != 0 || output == ChildOutput::discard) continue;
+                if (result.out.size() + static_cast<std::size_t>(n) > kMaxChildOutput) {
+                    throw ProcessOutputTooLarge(
+                        "command '" + describe(argv) + "' wrote more than " +
+                        std::to_string(kMaxChildOutput >> 20) + " MiB to standard output");
+                }
+                result.out.append(buf, static_cast<std::size_t>(n));
             } else if (n == 0 || errno != EINTR) {
-                fds[i].fd = -1;  // closed by ~Pipes
+                owners[i]->close();
+                fds[i].fd = -1;
                 --open_streams;
             }
         }
     }
 
     // Both streams are closed; the child is normally gone by now or about to be.
-    int status = 0;
     for (auto pause = std::chrono::microseconds(50);;) {
-        const pid_t done = ::waitpid(pid, &status, WNOHANG);
-        if (done == pid) break;
-        if (done < 0 && errno != EINTR) break;
-        if (milliseconds_left(deadline) == 0) kill_and_reap(pid, argv, timeout);
+        if (const auto status = child.try_reap(argv)) {
+            if (WIFEXITED(*status)) result.exit_code = WEXITSTATUS(*status);
+            return result;
+        }
+        if (milliseconds_left(deadline) == 0) time_out(argv, timeout);
         std::this_thread::sleep_for(pause);
         if (pause < std::chrono::milliseconds(10)) pause *= 2;
     }
-    if (WIFEXITED(status)) result.exit_code = WEXITSTATUS(status);
-    return result;
 }
 
 }  // namespace platform

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <memory>
+
+#include "cli_hooks/command/args.hpp"
+#include "cli_hooks/command/dispatch.hpp"
+#include "cli_hooks/command/registration.hpp"
+
+namespace cli_hooks {
+
+// The hook table in hooks.cpp is the one list of the eleven hooks, in registration order; these
+// two hand it to the host's parser and to the dispatcher.
+
+// Registers `hooks` and its eleven hooks in the host's parser.
+std::unique_ptr<HooksCommand> add_hooks_subparser(CLI::App& subparsers);
+
+// Runs the named hook inside the guard; the result is the process exit status.
+int cmd_hooks(const HookArgs& args);
+
+}  // namespace cli_hooks

@@ -1,0 +1,402 @@
+// Hostile repositories and a hostile environment: signals, links and FIFOs where files belong,
+// PATH entries that point into the repository, children that flood or cannot be waited for.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+#include "harness.hpp"
+
+namespace e2e {
+namespace {
+
+using namespace std::chrono_literals;
+
+const std::string kWarning =
+    "## AI Cache Warning\n\n[!] orvane-tamblo daemon not responding. Run `orvane-tamblo serve` or "
+    "any orvane-tamblo command to auto-start.";
+const std::string kSaveCompact =
+    "## Context Compaction Imminent\n\nBefore context is reduced, persist important insights:\n"
+    "- `understand(action='store')` for file/module analysis\n"
+    "- `remember(action='store', key='...', value='...')` for decisions and insights";
+
+// True once `pid` no longer runs: gone, or a zombie waiting for whoever inherited it.
+bool gone_soon(pid_t pid) {
+    for (auto until = std::chrono::steady_clock::now() + 2s;
+         std::chrono::steady_clock::now() < until; std::this_thread::sleep_for(20ms)) {
+        std::string line;
+        if (!std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/stat"), line)) {
+            return true;
+        }
+        if (line.compare(line.rfind(')') + 1, 3, " Z ") == 0) return true;
+    }
+    return false;
+}
+
+class Hardening : public HookTest {
+  protected:
+    HookRun log_prompt(const std::string& prompt_json, RunOptions options = {}) {
+        options.stdin_data = R"({"session_id": "s1", "prompt": )" + prompt_json + "}";
+        return run({"hooks", "log-conversation", "--type", "user"}, options);
+    }
+};
+
+// The agent's kill or Ctrl-C reaches the hook but not its child, which leads a group of its own:
+// the hook must take the child's group down before it dies of the signal.
+TEST_F(Hardening, SignalEndsTheHookAndEveryProcessItStarted) {
+    scenario_file("conversation-log-turn.sleep", "30");
+    scenario_file("conversation-log-turn.grandchild", "30");
+    const fs::path pids = scenario_ / "conversation-log-turn.pids";
+    for (int sig : {SIGTERM, SIGINT}) {
+        SCOPED_TRACE(strsignal(sig));
+        fs::remove(pids);
+        RunOptions options;
+        options.signal = SignalAt{sig, pids};
+        const HookRun r = log_prompt(R"("hi")", options);
+        EXPECT_EQ(r.signal, sig);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "");
+        pid_t child = 0, grandchild = 0;
+        std::ifstream(pids) >> child >> grandchild;
+        ASSERT_GT(child, 0);
+        ASSERT_GT(grandchild, 0);
+        EXPECT_TRUE(gone_soon(child)) << "child " << child;
+        EXPECT_TRUE(gone_soon(grandchild)) << "grandchild " << grandchild;
+        ::kill(child, SIGKILL);  // whatever a failure left behind
+        ::kill(grandchild, SIGKILL);
+    }
+}
+
+// Parented by a program that ignores SIGCHLD, the hook would lose its children's exit status.
+TEST_F(Hardening, IgnoredSigchldDoesNotTurnAFailedQueryIntoAnAnswer) {
+    write_file(repo_ / "a.py", "");
+    RunOptions options;
+    options.ignore_sigchld = true;
+    options.stdin_data = input_with_path("windsurf", (repo_ / "a.py").string());
+    const struct {
+        int rc;
+        std::string out;
+    } rows[] = {
+        {1, ""},
+        {0,
+         "Cached understanding exists for `a.py` \u2014 consider `understand(action=\"recall\", "
+         "target=\"a.py\")` before reading the full file (saves tokens).\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.rc);
+        answer("query-understand-recall", R"({"found": true})", row.rc);
+        const HookRun r = run({"hooks", "check-cache", "--agent", "windsurf"}, options);
+        EXPECT_EQ(r.out, row.out);
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.status, 0);
+    }
+}
+
+// A child that writes without end costs a few MiB at most: a kept answer is cut off at its cap
+// (a failed query), output nobody reads is not kept at all.
+TEST_F(Hardening, FloodingChildKeepsTheHookSmall) {
+    write_file(repo_ / "a.py", "");
+    const std::string flood = std::to_string(256 << 20);  // on each stream
+    scenario_file("query-understand-recall.flood", flood);
+    scenario_file("conversation-log-turn.flood", flood);
+    answer("conversation-log-turn", "", 0);
+    const struct {
+        std::vector<std::string> args;
+        std::string input;
+        std::vector<std::string> debug;
+    } rows[] = {
+        {{"hooks", "check-cache", "--agent", "windsurf"},
+         input_with_path("windsurf", (repo_ / "a.py").string()),
+         {"cmd_hooks called: hook_cmd=check-cache",
+          "_run_query_json failed: command 'orvane-tamblo query understand --action=recall "
+          "--target=a.py' wrote more than 4 MiB to standard output",
+          "hook check-cache returned rc=0"}},
+        {{"hooks", "log-conversation", "--type", "user"},
+         R"({"prompt": "hi"})",
+         {"cmd_hooks called: hook_cmd=log-conversation", "hook log-conversation returned rc=0"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.args[1]);
+        fs::remove(logs_ / "hook_debug.log");
+        RunOptions options;
+        options.stdin_data = row.input;
+        const HookRun r = run(row.args, options);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.status, 0);
+        EXPECT_LT(r.peak_rss_kib, 64 * 1024);
+        EXPECT_EQ(debug_messages(), row.debug);
+    }
+}
+
+// Such an argument cannot reach a program whole; a shortened one would be a different turn.
+TEST_F(Hardening, NulInAnArgumentEndsThroughTheGuard) {
+    const struct {
+        std::string type, input;
+    } rows[] = {
+        {"user", R"({"prompt": "a\u0000b"})"},
+        {"tool", R"({"tool_name": "Re\u0000ad"})"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.input);
+        RunOptions options;
+        options.stdin_data = row.input;
+        const HookRun r = run({"hooks", "log-conversation", "--type", row.type}, options);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err,
+                  "orvane-tamblo hook log-conversation error: cannot run orvane-tamblo: an "
+                  "argument holds a NUL character\n");
+        EXPECT_EQ(r.status, 0);
+        EXPECT_TRUE(host_calls().empty());
+    }
+}
+
+// The working directory is the repository's: an empty or relative PATH entry must not make the
+// hook run a program the repository ships.
+TEST_F(Hardening, HostIsNeverTakenFromTheRepository) {
+    const fs::path marker = root_ / "repository program ran";
+    for (const fs::path& dir : {repo_, repo_ / "bin"}) {
+        fs::create_directories(dir);
+        write_file(dir / "orvane-tamblo", "#!/bin/sh\ntouch '" + marker.string() + "'\n");
+        fs::permissions(dir / "orvane-tamblo", fs::perms::owner_all);
+    }
+    const std::string not_found =
+        "hook_log_conversation subprocess failed: could not start orvane-tamblo: No such file or "
+        "directory";
+    const struct {
+        std::string path;
+        bool host_found;
+    } rows[] = {
+        {"", false},
+        {"/usr/bin:/bin:", false},
+        {":/usr/bin", false},
+        {".:/usr/bin", false},
+        {"bin:/usr/bin", false},
+        {"bin:" + std::string(FAKE_HOST_DIR), true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE("PATH=" + row.path);
+        fs::remove(logs_ / "hook_debug.log");
+        fs::remove(scenario_ / "calls.log");
+        RunOptions options;
+        options.env["PATH"] = row.path;
+        const HookRun r = log_prompt(R"("hi")", options);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.status, 0);
+        EXPECT_FALSE(fs::exists(marker));
+        EXPECT_EQ(host_calls().size(), row.host_found ? 1u : 0u);
+        std::vector<std::string> expected = {"cmd_hooks called: hook_cmd=log-conversation",
+                                             "hook log-conversation returned rc=0"};
+        if (!row.host_found) expected.insert(expected.begin() + 1, not_found);
+        EXPECT_EQ(debug_messages(), expected);
+    }
+}
+
+// Parsers conventionally take the last value of a repeated option; a parse error would exit 2,
+// which blocks the tool call for Claude Code.
+TEST_F(Hardening, RepeatedOptionTakesItsLastValue) {
+    const struct {
+        std::vector<std::string> args;
+        std::string out;
+    } rows[] = {
+        {{"save-compact", "--agent", "cursor", "--agent", "windsurf"}, kSaveCompact + "\n"},
+        {{"save-compact", "--agent", "windsurf", "--agent", "claude"},
+         "{\"systemMessage\": \"## Context Compaction Imminent\\n\\nBefore context is reduced, "
+         "persist important insights:\\n- `understand(action='store')` for file/module "
+         "analysis\\n- `remember(action='store', key='...', value='...')` for decisions and "
+         "insights\"}\n"},
+        {{"log-conversation", "--type", "tool", "--agent", "x", "--type", "user", "--agent", "y"},
+         ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.args[0]);
+        std::vector<std::string> args = {"hooks"};
+        args.insert(args.end(), row.args.begin(), row.args.end());
+        RunOptions options;
+        options.stdin_data = R"({"prompt": "hi"})";
+        const HookRun r = run(args, options);
+        EXPECT_EQ(r.out, row.out);
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.status, 0);
+    }
+    ASSERT_EQ(host_calls().size(), 1u);
+    EXPECT_EQ(host_calls()[0][3], "user");
+}
+
+// Logs are appended to regular files only: a FIFO, with or without a reader, is passed over at
+// once and gets nothing.
+TEST_F(Hardening, LogThatIsAFifoIsSkipped) {
+    for (const char* name : {"hook_debug.log", "orvane-tamblo.log"}) {
+        ASSERT_EQ(::mkfifo((logs_ / name).c_str(), 0644), 0);
+    }
+    for (bool reader : {false, true}) {
+        SCOPED_TRACE(reader ? "with a reader" : "without a reader");
+        const int fd =
+            reader ? ::open((logs_ / "hook_debug.log").c_str(), O_RDONLY | O_NONBLOCK) : -1;
+        RunOptions options;
+        options.env["ORVANE_TAMBLO_LOG_LEVEL"] = "debug";
+        options.limit_seconds = 10;
+        const HookRun r = run({"hooks", "save-compact", "--agent", "windsurf"}, options);
+        EXPECT_EQ(r.out, kSaveCompact + "\n");
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.status, 0);
+        if (fd >= 0) {
+            char buf[16];
+            EXPECT_LE(::read(fd, buf, sizeof buf), 0);
+            ::close(fd);
+        }
+    }
+}
+
+// The repository decides what its brief is, but not which of the user's files reaches the model:
+// only a regular file inside the repository is read, and only its first 64 KiB.
+TEST_F(Hardening, BriefComesOnlyFromARegularFileInsideTheRepository) {
+    const fs::path dir = repo_ / ".orvane-tamblo";
+    const std::string real_root = fs::canonical(root_).string();
+    write_file(root_ / "home/id_rsa", "SECRET KEY");
+    fs::create_directories(root_ / "elsewhere");
+    write_file(root_ / "elsewhere/brief.md", "SECRET BRIEF");
+    fs::create_directories(repo_ / "docs");
+    write_file(repo_ / "docs/brief.txt", "Inside");
+    const std::string a64k(65536, 'a');
+    const std::string built_in = "(built-in)";
+    const struct {
+        const char* name;
+        std::function<void()> make;
+        std::string brief;  // built_in: the built-in brief
+        std::string note;   // the debug line between the dispatcher's two, if any
+    } rows[] = {
+        {"link to a file outside",
+         [&] { fs::create_symlink(root_ / "home/id_rsa", dir / "brief.md"); }, built_in,
+         ".orvane-tamblo/brief.md leads outside the repository, to " + real_root +
+             "/home/id_rsa; using the built-in brief"},
+        {"directory linked outside",
+         [&] {
+             fs::remove(dir);
+             fs::create_directory_symlink(root_ / "elsewhere", dir);
+         },
+         built_in,
+         ".orvane-tamblo/brief.md leads outside the repository, to " + real_root +
+             "/elsewhere/brief.md; using the built-in brief"},
+        {"FIFO", [&] { ::mkfifo((dir / "brief.md").c_str(), 0644); }, built_in,
+         ".orvane-tamblo/brief.md is not a regular file; using the built-in brief"},
+        {"link inside the repository",
+         [&] { fs::create_symlink("../docs/brief.txt", dir / "brief.md"); }, "Inside", ""},
+        {"64 KiB exactly", [&] { write_file(dir / "brief.md", a64k); }, a64k, ""},
+        // The two bytes of the e straddle the limit: the cut falls before them.
+        {"over 64 KiB", [&] { write_file(dir / "brief.md", a64k.substr(1) + "\u00e9 and more"); },
+         a64k.substr(1),
+         ".orvane-tamblo/brief.md holds more than 65536 bytes; using its first 65535"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+        row.make();
+        fs::remove(logs_ / "hook_debug.log");
+        RunOptions options;
+        options.stdin_data = "{}";
+        const HookRun r = run({"hooks", "session-start", "--agent", "windsurf"}, options);
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.status, 0);
+        if (row.brief == built_in) {
+            EXPECT_TRUE(r.out.starts_with(
+                "# orvane-tamblo\n\nThis repository is indexed by orvane-tamblo."))
+                << r.out;
+            EXPECT_TRUE(r.out.ends_with(".\n\n" + kWarning + "\n")) << r.out;
+            EXPECT_EQ(r.out.find("SECRET"), std::string::npos);
+        } else {
+            EXPECT_EQ(r.out, row.brief + "\n\n" + kWarning + "\n");
+        }
+        std::vector<std::string> expected = {"cmd_hooks called: hook_cmd=session-start",
+                                             "hook session-start returned rc=0"};
+        if (!row.note.empty())
+            expected.insert(expected.begin() + 1, "hook_session_start: " + row.note);
+        EXPECT_EQ(debug_messages(), expected);
+    }
+}
+
+class NudgeState : public Hardening {
+  protected:
+    void SetUp() override {
+        Hardening::SetUp();
+        fs::create_directories(repo_ / "memory/codebase-index");
+        write_file(repo_ / "memory/codebase-index/index.db", "");
+        state_ = repo_ / "memory/codebase-index/.suggest_state.json";
+    }
+
+    fs::path state_;
+    const std::string input_ = R"({"tool_input": {"pattern": "getUser"}})";
+    const std::string nudge_ =
+        "{\"hookSpecificOutput\": {\"hookEventName\": \"PreToolUse\", \"additionalContext\": "
+        "\"`getUser` looks like symbol discovery \\u2014 orvane-tamblo has this repo indexed: "
+        "`search(action=\\\"symbols\\\", query=\\\"getUser\\\")` finds definitions, "
+        "`symbol(action=\\\"callers\\\"/\\\"references\\\")` finds usages, `explore(query=...)` "
+        "does both. (Grep stays right for exact strings/edit anchoring; full playbook: the "
+        "`tamblo` skill.)\"}}\n";
+};
+
+// {"last_nudge": <digits>.<digits>}, and nothing else.
+bool is_state(const std::string& text) {
+    const std::string head = "{\"last_nudge\": ";
+    if (!text.starts_with(head) || !text.ends_with("}")) return false;
+    const std::string number = text.substr(head.size(), text.size() - head.size() - 1);
+    const auto point = number.find('.');
+    return point != std::string::npos && point > 0 && point + 1 < number.size() &&
+           number.find_first_not_of("0123456789.") == std::string::npos &&
+           number.find('.', point + 1) == std::string::npos;
+}
+
+// The state is written to a new file that replaces the old one: a link in its place is replaced,
+// never written through, and a linked directory is not entered.
+TEST_F(NudgeState, SymbolicLinksAreNeverWrittenThrough) {
+    const fs::path elsewhere = root_ / "elsewhere";
+    fs::create_directories(elsewhere / "codebase-index");
+    write_file(elsewhere / "codebase-index/index.db", "");
+    write_file(root_ / "home/somefile", "precious");
+
+    fs::create_symlink(root_ / "home/somefile", state_);
+    HookRun r = hook("suggest-tamblo", input_);
+    EXPECT_EQ(r.out, nudge_);
+    EXPECT_EQ(read_file(root_ / "home/somefile"), "precious");
+    EXPECT_FALSE(fs::is_symlink(state_));
+    EXPECT_TRUE(is_state(read_file(state_))) << read_file(state_);
+
+    fs::remove_all(repo_ / "memory");
+    fs::create_directory_symlink(elsewhere, repo_ / "memory");
+    r = hook("suggest-tamblo", input_);
+    EXPECT_EQ(r.out, nudge_);  // the marker is only looked at, so the link counts there
+    EXPECT_FALSE(fs::exists(elsewhere / "codebase-index/.suggest_state.json"));
+    EXPECT_EQ(fs::directory_iterator(elsewhere / "codebase-index")->path().filename(), "index.db");
+}
+
+// Nudges at the same moment each replace the whole file, so the last one's state stays whole;
+// no temporary file is left behind.
+TEST_F(NudgeState, ConcurrentNudgesLeaveOneWholeState) {
+    RunOptions options;
+    options.stdin_data = input_;
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        write_file(state_, R"({"last_nudge": 1000.0})");
+        for (const HookRun& r : run_together(20, {"hooks", "suggest-tamblo"}, options)) {
+            EXPECT_TRUE(r.out == nudge_ || r.out.empty()) << r.out;
+            EXPECT_EQ(r.status, 0);
+        }
+        const std::string text = read_file(state_);
+        ASSERT_TRUE(is_state(text)) << text;
+        std::size_t entries = 0;
+        for ([[maybe_unused]] const auto& e : fs::directory_iterator(state_.parent_path())) {
+            ++entries;
+        }
+        ASSERT_EQ(entries, 2u);  // index.db and the state
+    }
+}
+
+}  // namespace
+}  // namespace e2e
