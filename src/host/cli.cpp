@@ -4,6 +4,7 @@
 
 #include "cli_hooks/hooks.hpp"
 #include "host/store/commands/options.hpp"
+#include "host/store/commands/text_check.hpp"
 #include "platform/io.hpp"
 
 namespace host {
@@ -50,10 +51,18 @@ CLI::Validator count_validator() {
         "COUNT");
 }
 
+// Text the store keeps must be text it can show again (see text_check.hpp).
+CLI::Validator text_validator() {
+    return CLI::Validator([](std::string& text) { return commands::text_error(text); }, "TEXT");
+}
+
 template <typename T>
-void optional_option(CLI::App* app, const char* name, std::optional<T>& target, const char* help) {
-    app->add_option_function<T>(
+CLI::Option* optional_option(CLI::App* app, const char* name, std::optional<T>& target,
+                             const char* help) {
+    CLI::Option* option = app->add_option_function<T>(
         name, [&target](const T& value) { target = value; }, help);
+    if constexpr (std::is_same_v<T, std::string>) option->check(text_validator());
+    return option;
 }
 
 // The host commands: the store's answers to the hooks (query understand, conversation ...) and
@@ -104,9 +113,11 @@ class HostCommands {
         understand_->get_option("--importance")->check(CLI::IsMember({"high", "medium", "low"}));
         optional_option(understand_, "--purpose", o.purpose, "What the target is for");
         understand_->add_option("--key-point", o.key_points, "A key point (repeatable)")
-            ->allow_extra_args(false);
+            ->allow_extra_args(false)
+            ->check(text_validator());
         understand_->add_option("--gotcha", o.gotchas, "A gotcha (repeatable)")
-            ->allow_extra_args(false);
+            ->allow_extra_args(false)
+            ->check(text_validator());
         understand_->add_flag("--auto-generated", o.auto_generated,
                               "Mark the entry as the indexer's, not an agent's analysis");
         optional_option(understand_, "--limit", o.limit,

@@ -358,5 +358,47 @@ TEST_F(Store, BadInputIsOneLineAndChangesNothing) {
     EXPECT_EQ(read_file(db()), before);
 }
 
+// An agent that cuts a string inside a character sends a lone surrogate: it is kept and comes back
+// as its escape. Text that is not UTF-8 at all is refused before it can spoil a session.
+TEST_F(Store, CutCharactersComeBackAsTheirEscapes) {
+    expect_answer(real_hook("log-conversation", R"({"session_id": "w1", "prompt": "cut \ud83d"})",
+                            {"--type", "user"}),
+                  "");
+    expect_answer(real_hook("log-conversation",
+                            R"({"session_id": "w1", "tool_name": "Read", "tool_input": )"
+                            R"({"file_path": "a\udc00.py"}})",
+                            {"--type", "tool"}),
+                  "");
+    expect_error(host({"conversation", "log-turn", "--session-id=w1", "--type", "user", "--prompt",
+                       "caf\xe9"}),
+                 "orvane-tamblo conversation log-turn: error: --prompt: not UTF-8 text (byte 4) "
+                 "(see 'orvane-tamblo conversation log-turn --help')\n",
+                 2);
+    expect_answer(host({"conversation", "context", "w1", "--json"}),
+                  R"({"goals": ["cut \ud83d"], "recent_activity": ["Read a\udc00.py"], )"
+                  R"("files_involved": ["a\udc00.py"]})"
+                  "\n");
+}
+
+TEST_F(Store, ServeDiagnosesTheStoreAndThePath) {
+    host({"query", "understand", "--action=store", "--target=src/app/users.py"});
+    const std::string binary = ORVANE_BINARY;
+    const std::string service =
+        "service   embedded in orvane-tamblo: the hooks run it from PATH, nothing to start\n"
+        "store     " +
+        (repo_ / "memory/codebase-index/orvane.db").string() +
+        "\n"
+        "database  opens and answers (schema version 1)\n"
+        "contents  1 understanding, 0 sessions with 0 turns, 0 memories\n";
+    expect_answer(host({"serve"}),
+                  service + "hooks     the hooks run " + binary + ", this program\n");
+
+    // With the test's stand-in first on PATH, the hooks would not reach this store.
+    const HookRun r = run({"serve"});
+    EXPECT_EQ(r.out, service + "hooks     PROBLEM: the hooks run " + FAKE_HOST_DIR +
+                         "/orvane-tamblo, another program than this one (" + binary + ")\n");
+    EXPECT_EQ(r.status, 1);
+}
+
 }  // namespace
 }  // namespace e2e

@@ -4,6 +4,7 @@
 #include "host/store/commands/options.hpp"
 #include "host/store/commands/report.hpp"
 #include "host/store/commands/table.hpp"
+#include "host/store/commands/text_check.hpp"
 #include "host/store/store.hpp"
 #include "support/time_text.hpp"
 
@@ -127,6 +128,9 @@ int cmd_context(const ContextOptions& o) {
                                                    : "unexpected argument '" + o.ids[1] + "'");
     }
     const std::string& id = o.ids.front();
+    if (const std::string error = text_error(id); !error.empty()) {
+        return usage_error(kContext, "ID: " + error);
+    }
     return guarded(kContext, [&] {
         const auto context = Store::open(Store::Access::read).session_context(id);
         if (!context) return report_error(kContext, "no session with the id '" + id + "'", 1);

@@ -3,9 +3,11 @@
 #include "host/store/commands/options.hpp"
 #include "host/store/commands/report.hpp"
 #include "host/store/store.hpp"
+#include "platform/file_info.hpp"
 #include "platform/fs.hpp"
 #include "platform/io.hpp"
 #include "platform/path.hpp"
+#include "platform/process.hpp"
 
 namespace host::store::commands {
 
@@ -59,12 +61,48 @@ void diagnose_store(Diagnosis& d) {
     }
 }
 
+// Whether the orvane-tamblo that the hooks find through PATH is this program: a hook run by an
+// agent reaches the store only through it.
+void diagnose_path(Diagnosis& d) {
+    const auto found = platform::find_program("orvane-tamblo");
+    if (!found) {
+        d.problem("hooks",
+                  "no orvane-tamblo on PATH, so the hooks cannot reach the store; install it "
+                  "there or link it (see the README)");
+        return;
+    }
+    std::string self;
+    try {
+        self = platform::executable_path();
+    } catch (const std::exception& e) {
+        d.problem("hooks", std::string("the hooks run ") + *found + "; " + e.what());
+        return;
+    }
+    if (platform::same_file(*found, self)) {
+        d.line("hooks", "the hooks run " + *found + ", this program");
+        return;
+    }
+    std::optional<std::string> theirs, ours;
+    try {
+        theirs = platform::read_regular_file(*found);
+        ours = platform::read_regular_file(self);
+    } catch (const std::exception&) {
+    }
+    if (theirs && ours && *theirs == *ours) {
+        d.line("hooks", "the hooks run " + *found + ", a copy of this program");
+    } else {
+        d.problem("hooks",
+                  "the hooks run " + *found + ", another program than this one (" + self + ")");
+    }
+}
+
 }  // namespace
 
 int cmd_serve() {
     Diagnosis d;
     d.line("service", "embedded in orvane-tamblo: the hooks run it from PATH, nothing to start");
     diagnose_store(d);
+    diagnose_path(d);
     const int written = answer(kServe, d.text);
     if (written != 0) return written;
     return d.ok ? 0 : kFailureStatus;
