@@ -271,6 +271,17 @@ TEST_F(Store, LinksLeadingOutsideTheRepositoryAreRefused) {
         EXPECT_TRUE(fs::is_empty(outside));
     }
 
+    // SQLite's companion files are never opened through a link either.
+    fs::remove_all(repo_ / "memory");
+    fs::create_directories(repo_ / "memory/codebase-index");
+    write_file(outside / "victim", "mine");
+    fs::create_symlink(outside / "victim", repo_ / "memory/codebase-index/orvane.db-wal");
+    expect_error(host({"conversation", "log-turn", "--type", "user", "--prompt", "x"}),
+                 "orvane-tamblo conversation log-turn: error: refusing the store: "
+                 "memory/codebase-index/orvane.db-wal is not a regular file\n",
+                 1);
+    EXPECT_EQ(read_file(outside / "victim"), "mine");
+
     // A link that stays inside is only another way to the same place.
     fs::remove_all(repo_ / "memory");
     fs::create_directories(repo_ / ".cache/memory");
