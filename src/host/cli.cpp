@@ -48,12 +48,12 @@ CLI::Validator count_validator() {
             }
             return "";
         },
-        "COUNT");
+        "");
 }
 
 // Text the store keeps must be text it can show again (see text_check.hpp).
 CLI::Validator text_validator() {
-    return CLI::Validator([](std::string& text) { return commands::text_error(text); }, "TEXT");
+    return CLI::Validator([](std::string& text) { return commands::text_error(text); }, "");
 }
 
 template <typename T>
@@ -122,7 +122,7 @@ class HostCommands {
                               "Mark the entry as the indexer's, not an agent's analysis");
         optional_option(understand_, "--limit", o.limit,
                         "stats: list at most this many entries (default: 50)");
-        understand_->get_option("--limit")->check(count_validator());
+        understand_->get_option("--limit")->check(count_validator())->type_name("COUNT");
         understand_->add_flag("--include-fresh", o.include_fresh,
                               "stats: list fresh entries too, after the stale ones");
     }
@@ -155,7 +155,8 @@ class HostCommands {
         list_ = conversation->add_subcommand("list", "List recent sessions, most recent first");
         auto& l = list_options_;
         list_->add_option("--days", l.days, "Sessions active within this many days (default: 7)")
-            ->check(count_validator());
+            ->check(count_validator())
+            ->type_name("COUNT");
         list_
             ->add_option("--status", l.status,
                          "active (open or compacted), completed, compacted or all (default)")
@@ -165,7 +166,7 @@ class HostCommands {
         context_ =
             conversation->add_subcommand("context", "A session's goals, recent activity and files");
         auto& c = context_options_;
-        context_->add_option("ID", c.ids, "The session");
+        context_->add_option("ID", c.ids, "The session")->expected(1)->type_name("");
         context_->add_option("--strategy", c.strategy, "How to summarise (default: balanced)")
             ->check(CLI::IsMember({"balanced"}));
         context_->add_flag("--json", c.json, "One JSON object instead of text");

@@ -133,7 +133,8 @@ int cmd_context(const ContextOptions& o) {
     }
     return guarded(kContext, [&] {
         const auto context = Store::open(Store::Access::read).session_context(id);
-        if (!context) return report_error(kContext, "no session with the id '" + id + "'", 1);
+        if (!context)
+            return report_error(kContext, "no session with the id '" + id + "'", kFailureStatus);
         if (!o.json) return answer(kContext, context_text(id, *context));
         JsonWriter out;
         out.begin_object().key("goals").strings(context->goals);
