@@ -305,19 +305,29 @@ TEST_F(Store, OldSessionsArePrunedAtMostOnceADay) {
                std::string::npos;
     };
 
+    auto write = [&] {
+        host({"conversation", "log-turn", "--session-id=new", "--type", "user", "--prompt", "y"});
+    };
+
     // Pruned within the last day: the old session stays until the next day's write.
     sql("UPDATE sessions SET last_activity=" + month_ago + " WHERE id='old'; UPDATE meta SET " +
         "value=" + hour_ago);
-    host({"conversation", "log-turn", "--session-id=new", "--type", "user", "--prompt", "y"});
+    write();
     EXPECT_TRUE(listed());
 
-    sql("UPDATE meta SET value=" + two_days_ago);
-    host({"conversation", "log-turn", "--session-id=new", "--type", "user", "--prompt", "z"});
+    // A long session goes a bounded share per write (2,000 turns), so no write takes long.
+    sql("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2500) "
+        "INSERT INTO turns(session_id, at, type, prompt) SELECT 'old', 0, 'user', 'x' FROM n; "
+        "UPDATE meta SET value=" +
+        two_days_ago);
+    write();
+    EXPECT_TRUE(listed());
+    write();
     EXPECT_FALSE(listed());
     expect_error(host({"conversation", "context", "old", "--json"}),
                  "orvane-tamblo conversation context: error: no session with the id 'old'\n", 1);
     const HookRun list = host({"conversation", "list", "--json"});
-    EXPECT_NE(list.out.find(R"("turns": 3})"), std::string::npos) << list.out;
+    EXPECT_NE(list.out.find(R"("turns": 4})"), std::string::npos) << list.out;
 }
 
 TEST_F(Store, BadInputIsOneLineAndChangesNothing) {

@@ -102,13 +102,24 @@ void Store::prune_if_due(std::int64_t now) {
         }
     }
     const std::int64_t cutoff = now - kSessionRetentionMs;
+    // A bounded share per write: the hooks give a write a few seconds, and a run killed in the
+    // middle of a large deletion would undo it and leave it to every later write. What is left
+    // over goes with the next writes, before the day's mark is set.
     database
         .prepare(
-            "DELETE FROM turns WHERE session_id IN "
-            "(SELECT id FROM sessions WHERE last_activity < ?1)")
+            "DELETE FROM turns WHERE id IN (SELECT turns.id FROM sessions "
+            "JOIN turns ON turns.session_id=sessions.id WHERE sessions.last_activity < ?1 "
+            "LIMIT ?2)")
+        .bind(1, cutoff)
+        .bind(2, kPruneTurnsPerWrite)
+        .run();
+    if (database.changes() >= kPruneTurnsPerWrite) return;
+    database
+        .prepare(
+            "DELETE FROM sessions WHERE last_activity < ?1 AND NOT EXISTS "
+            "(SELECT 1 FROM turns WHERE turns.session_id=sessions.id)")
         .bind(1, cutoff)
         .run();
-    database.prepare("DELETE FROM sessions WHERE last_activity < ?1").bind(1, cutoff).run();
     database
         .prepare(
             "INSERT INTO meta(key, value) VALUES('last_prune', ?1) "

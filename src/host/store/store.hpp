@@ -87,6 +87,7 @@ struct StoreCounts {
 // How long the history keeps a session after its last activity, and how often that is enforced.
 inline constexpr std::int64_t kSessionRetentionMs = 30LL * 24 * 3600 * 1000;
 inline constexpr std::int64_t kPruneIntervalMs = 24LL * 3600 * 1000;
+inline constexpr std::int64_t kPruneTurnsPerWrite = 2000;
 
 // The repository's store: memory/codebase-index/orvane.db under the working directory. Every
 // method is one short transaction; every failure throws StoreError with a one-line description.
