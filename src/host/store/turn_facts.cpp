@@ -18,6 +18,8 @@ namespace {
 using support::Json;
 
 constexpr std::size_t kCommandChars = 80;
+// The hooks cut a tool's input to this many characters, which leaves it invalid JSON.
+constexpr std::size_t kHookCut = 30000;
 constexpr std::size_t kPatternChars = 80;
 
 enum class Kind { read, edit, write, run, search, other };
@@ -160,9 +162,14 @@ ToolTurnFacts describe_tool_turn(std::string_view tool_name,
                                  const std::optional<std::string>& tool_input,
                                  const std::string& root) {
     std::optional<Json> input;
-    if (tool_input) input = parse_input(*tool_input);
+    if (!tool_input) {
+        input = Json::object();
+    } else if (support::code_point_count(*tool_input) < kHookCut) {
+        input = parse_input(*tool_input);
+    }
+    // else: cut by the hook, so no longer JSON; not even tried, since a parse error is an
+    // exception, and the first one thrown in this static program costs milliseconds.
     const std::string_view raw = tool_input ? std::string_view(*tool_input) : std::string_view();
-    if (!tool_input) input = Json::object();
 
     ToolTurnFacts facts;
     if (auto path = first_text(input, raw, kPathKeys)) facts.file = relative_file(*path, root);
