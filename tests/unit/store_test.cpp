@@ -23,6 +23,8 @@ TEST(TurnFacts, ActivityLineAndFile) {
         std::string activity;
         std::optional<std::string> file;
     };
+    std::string cut = R"({"file_path": "/repo/big.txt", "content": ")";
+    cut.resize(30000, 'a');
     const std::vector<Row> rows = {
         {"Read", R"({"file_path": "/repo/src/a.py"})", "Read src/a.py", "src/a.py"},
         {"MultiEdit", R"({"file_path": "/repo/src/a.py", "edits": []})", "Edited src/a.py",
@@ -32,8 +34,8 @@ TEST(TurnFacts, ActivityLineAndFile) {
         {"read_file", R"({"target_file": "src/c.py"})", "Read src/c.py", "src/c.py"},
         {"Read", R"("{\"filePath\": \"/repo/d.py\"}")", "Read d.py", "d.py"},
         {"Read", R"({"file_path": "/etc/hosts"})", "Read /etc/hosts", "/etc/hosts"},
-        // Cut at its limit: the path before the cut is still found.
-        {"Write", R"({"file_path": "/repo/big.txt", "content": "aaaa)", "Wrote big.txt", "big.txt"},
+        // Cut at the hooks' limit of 30,000 characters: the path before the cut is still found.
+        {"Write", cut, "Wrote big.txt", "big.txt"},
         {"Bash", R"({"command": "make test\nmake lint"})", "Ran `make test ...`", std::nullopt},
         {"run_terminal_cmd", R"({"command": "  ls   -la  "})", "Ran `ls -la`", std::nullopt},
         {"Grep", R"({"pattern": "getUser", "path": "/repo/src"})", "Searched for getUser", "src"},
