@@ -24,6 +24,9 @@ inline bool is_within(const PathParts& dir, const PathParts& path) {
     return true;
 }
 
+// Whether `path` is absolute ("/..." here; a drive or UNC root on Windows). Cheap: no parts.
+bool is_absolute_path(std::string_view path);
+
 // The process's working directory as the system reports it. Throws OsError.
 std::string current_directory();
 

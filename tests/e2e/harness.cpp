@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -85,7 +86,9 @@ std::vector<HookRun> HookTest::run_together(int count, const std::vector<std::st
 std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std::string>& args,
                                                const RunOptions& options) {
     std::map<std::string, std::string> env = {
-        {"PATH", std::string(FAKE_HOST_DIR) + ":/usr/local/bin:/usr/bin:/bin"},
+        {"PATH", (options.real_host ? fs::path(ORVANE_BINARY).parent_path().string()
+                                    : std::string(FAKE_HOST_DIR)) +
+                     ":/usr/local/bin:/usr/bin:/bin"},
         {"HOME", (root_ / "home").string()},
         {"ORVANE_TAMBLO_LOG_DIR", logs_.string()},
         {"FAKE_HOST_SCENARIO", scenario_.string()},
@@ -106,7 +109,9 @@ std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std:
     std::vector<std::string> argv_strings = {ORVANE_BINARY};
     argv_strings.insert(argv_strings.end(), args.begin(), args.end());
 
-    const fs::path stdin_path = root_ / "stdin";
+    // One file per run, so that runs from several threads do not share one.
+    static std::atomic<int> runs{0};
+    const fs::path stdin_path = root_ / ("stdin-" + std::to_string(runs++));
     write_file(stdin_path, options.stdin_data);
     std::vector<Started> started;
     for (int i = 0; i < count; ++i) {

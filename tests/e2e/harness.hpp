@@ -38,6 +38,7 @@ struct RunOptions {
     bool ignore_sigchld = false;  // start the hook with SIGCHLD ignored
     std::optional<SignalAt> signal;
     int limit_seconds = 60;  // then the hook is killed and the test fails
+    bool real_host = false;  // the build, not the fake host, first on PATH
 };
 
 // A temporary repository, log directory and fake-host scenario for each test. Hooks run as

@@ -50,6 +50,8 @@ PathParts split_path(std::string_view path) {
     return result;
 }
 
+bool is_absolute_path(std::string_view path) { return path.starts_with('/'); }
+
 std::string current_directory() {
     std::string buf(PATH_MAX, '\0');
     while (::getcwd(buf.data(), buf.size()) == nullptr) {
