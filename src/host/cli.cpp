@@ -4,6 +4,8 @@
 
 #include "cli_hooks/command/dispatch.hpp"
 #include "cli_hooks/command/registration.hpp"
+#include "host/install/install.hpp"
+#include "host/mcp/server.hpp"
 #include "platform/io.hpp"
 
 namespace host {
@@ -22,17 +24,21 @@ std::string command_path(CLI::App& app) {
     }
 }
 
-int report_parse_error(CLI::App& app, const CLI::ParseError& e) {
-    if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-        return app.exit(e);  // --help and --version print on standard output
-    }
+int report_usage_error(CLI::App& app, const std::string& message) {
     const std::string path = command_path(app);
     try {
-        platform::write_stderr(path + ": error: " + e.what() + "\nRun '" + path +
+        platform::write_stderr(path + ": error: " + message + "\nRun '" + path +
                                " --help' for usage.\n");
     } catch (...) {
     }
     return 2;
+}
+
+int report_parse_error(CLI::App& app, const CLI::ParseError& e) {
+    if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        return app.exit(e);  // --help and --version print on standard output
+    }
+    return report_usage_error(app, e.what());
 }
 
 }  // namespace
@@ -45,12 +51,49 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     const auto hooks = cli_hooks::add_hooks_subparser(app);
 
+    CLI::App* mcp = app.add_subcommand(
+        "mcp", "Serve the understand and remember tools to an agent (MCP on standard I/O)");
+    mcp->footer(
+        "A Model Context Protocol server on standard input and output, for an agent to start.\n"
+        "It serves the store of the directory it runs in. install-hooks registers it.");
+
+    install::InstallOptions install_options;
+    CLI::App* install = app.add_subcommand(
+        "install-hooks", "Connect the hooks and the MCP server to an agent's configuration");
+    install
+        ->add_option("--agent", install_options.agent,
+                     "Agent to configure: claude, copilot, cursor, windsurf")
+        ->required();
+    install->add_option("--scope", install_options.scope,
+                        "project (this repository, the default) or user (your home directory)");
+    install->add_flag("--dry-run", install_options.dry_run,
+                      "Print what would be written and change nothing");
+    install->add_flag("--uninstall", install_options.uninstall,
+                      "Take out exactly what install-hooks put in");
+    install->footer(
+        "Merges into the files that are there: your own entries stay as they are, in their\n"
+        "order; a file that is not valid JSON is left alone. The previous file is kept as\n"
+        "<file>.bak. Commands name this program by its absolute path.");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return report_parse_error(app, e);
     }
     if (hooks->chosen()) return cli_hooks::cmd_hooks(hooks->args());
+    if (mcp->parsed()) return mcp::run_mcp_server();
+    if (install->parsed()) {
+        if (install_options.scope != "project" && install_options.scope != "user") {
+            return report_usage_error(
+                app, "--scope: " + install_options.scope + " is not one of project, user");
+        }
+        const std::string& agent = install_options.agent;
+        if (agent != "claude" && agent != "copilot" && agent != "cursor" && agent != "windsurf") {
+            return report_usage_error(
+                app, "--agent: " + agent + " is not one of claude, copilot, cursor, windsurf");
+        }
+        return install::cmd_install_hooks(install_options);
+    }
     return 0;
 }
 
