@@ -1,7 +1,9 @@
-#include "support/json_text.hpp"
+#include "support/json.hpp"
 
+#include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <stdexcept>
 
 #include "support/utf8.hpp"
@@ -20,31 +22,45 @@ void append_u_escape(std::string& out, unsigned unit) {
     out += kHex[unit & 0xF];
 }
 
+// Bytes that a JSON string holds as themselves: printable ASCII but the quote and the backslash.
+constexpr auto kVerbatim = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0x20; c < 0x7F; ++c) table[c] = c != '"' && c != '\\';
+    return table;
+}();
+
+[[noreturn]] void bad_string(const char* problem, std::string_view text, std::size_t pos) {
+    char buf[96];
+    std::snprintf(buf, sizeof buf, "invalid UTF-8: %s 0x%02x at position %zu", problem,
+                  static_cast<unsigned char>(text[pos]), pos);
+    throw std::runtime_error(buf);
+}
+
 void append_value(std::string& out, const Json& value, std::size_t depth) {
-    if (depth > kMaxJsonDepth) throw std::runtime_error("JSON value nested too deeply to encode");
+    if (depth > kMaxJsonDepth) throw JsonDepthError("JSON value nested too deeply to encode");
     switch (value.type()) {
-        case Json::value_t::null:
+        case Json::Type::null:
             out += "null";
             return;
-        case Json::value_t::boolean:
-            out += value.get<bool>() ? "true" : "false";
+        case Json::Type::boolean:
+            out += value.as_bool() ? "true" : "false";
             return;
-        case Json::value_t::number_integer:
-            out += std::to_string(value.get<std::int64_t>());
+        case Json::Type::number:
+            if (const auto* i = value.integer()) {
+                out += i->digits;
+            } else if (const double* r = value.real()) {
+                out += format_double(*r);
+            } else {
+                out += value.big_real()->literal;
+            }
             return;
-        case Json::value_t::number_unsigned:
-            out += std::to_string(value.get<std::uint64_t>());
+        case Json::Type::string:
+            append_json_string(out, value.as_string());
             return;
-        case Json::value_t::number_float:
-            out += format_double(value.get<double>());
-            return;
-        case Json::value_t::string:
-            append_json_string(out, value.get_ref<const std::string&>());
-            return;
-        case Json::value_t::array: {
+        case Json::Type::array: {
             out += '[';
             bool first = true;
-            for (const auto& item : value) {
+            for (const Json& item : value.elements()) {
                 if (!first) out += ", ";
                 first = false;
                 append_value(out, item, depth + 1);
@@ -52,10 +68,10 @@ void append_value(std::string& out, const Json& value, std::size_t depth) {
             out += ']';
             return;
         }
-        case Json::value_t::object: {
+        case Json::Type::object: {
             out += '{';
             bool first = true;
-            for (const auto& [key, item] : value.items()) {
+            for (const auto& [key, item] : value.members()) {
                 if (!first) out += ", ";
                 first = false;
                 append_json_string(out, key);
@@ -65,19 +81,20 @@ void append_value(std::string& out, const Json& value, std::size_t depth) {
             out += '}';
             return;
         }
-        default:
-            throw std::runtime_error("cannot encode this JSON value as text");
     }
 }
 
 }  // namespace
 
 void append_json_string(std::string& out, std::string_view text) {
-    if (auto error = utf8_error(text)) throw std::runtime_error(*error);
     out += '"';
     for (std::size_t i = 0; i < text.size();) {
-        const char32_t cp = next_code_point(text, i);
-        switch (cp) {
+        const std::size_t run = i;
+        while (i < text.size() && kVerbatim[static_cast<unsigned char>(text[i])]) ++i;
+        out.append(text, run, i - run);
+        if (i == text.size()) break;
+        const char c = text[i];
+        switch (c) {
             case '"':
                 out += "\\\"";
                 break;
@@ -100,16 +117,31 @@ void append_json_string(std::string& out, std::string_view text) {
                 out += "\\f";
                 break;
             default:
-                if (cp >= 0x20 && cp < 0x7F) {
-                    out += static_cast<char>(cp);
-                } else if (cp < 0x10000) {
+                if (static_cast<unsigned char>(c) < 0x80) {
+                    append_u_escape(out, static_cast<unsigned char>(c));
+                    break;
+                }
+                const std::size_t len = utf8_sequence_length(text, i, true);
+                if (len == 0) bad_string("cannot decode byte", text, i);
+                std::size_t next = i;
+                const char32_t cp = next_code_point(text, next);
+                if (cp < 0x10000) {
+                    // A high surrogate right before a low one would read back as one character.
+                    if (cp >= 0xD800 && cp < 0xDC00 && next + 1 < text.size() &&
+                        static_cast<unsigned char>(text[next]) == 0xED &&
+                        static_cast<unsigned char>(text[next + 1]) >= 0xB0) {
+                        bad_string("surrogate pair split in two at byte", text, i);
+                    }
                     append_u_escape(out, static_cast<unsigned>(cp));
                 } else {
                     const unsigned v = static_cast<unsigned>(cp) - 0x10000;
                     append_u_escape(out, 0xD800 + (v >> 10));
                     append_u_escape(out, 0xDC00 + (v & 0x3FF));
                 }
+                i = next;
+                continue;
         }
+        ++i;
     }
     out += '"';
 }

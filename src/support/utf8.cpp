@@ -4,10 +4,7 @@
 
 namespace support {
 
-namespace {
-
-// Length of a well-formed sequence starting at `i`, or 0 when it is malformed.
-std::size_t sequence_length(std::string_view s, std::size_t i) {
+std::size_t utf8_sequence_length(std::string_view s, std::size_t i, bool allow_surrogates) {
     auto byte = [&](std::size_t k) { return static_cast<unsigned char>(s[k]); };
     const unsigned char b0 = byte(i);
     if (b0 < 0x80) return 1;
@@ -17,8 +14,8 @@ std::size_t sequence_length(std::string_view s, std::size_t i) {
         len = 2;
     } else if (b0 >= 0xE0 && b0 <= 0xEF) {
         len = 3;
-        if (b0 == 0xE0) lo = 0xA0;  // overlong
-        if (b0 == 0xED) hi = 0x9F;  // surrogates
+        if (b0 == 0xE0) lo = 0xA0;                       // overlong
+        if (b0 == 0xED && !allow_surrogates) hi = 0x9F;  // surrogates
     } else if (b0 >= 0xF0 && b0 <= 0xF4) {
         len = 4;
         if (b0 == 0xF0) lo = 0x90;  // overlong
@@ -34,11 +31,9 @@ std::size_t sequence_length(std::string_view s, std::size_t i) {
     return len;
 }
 
-}  // namespace
-
 std::optional<std::string> utf8_error(std::string_view bytes) {
     for (std::size_t i = 0; i < bytes.size();) {
-        const std::size_t len = sequence_length(bytes, i);
+        const std::size_t len = utf8_sequence_length(bytes, i);
         if (len == 0) {
             char buf[96];
             std::snprintf(buf, sizeof buf,
@@ -92,6 +87,20 @@ void append_utf8(std::string& out, char32_t cp) {
         out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
         out += static_cast<char>(0x80 | (cp & 0x3F));
     }
+}
+
+void append_surrogates_replaced(std::string& out, std::string_view text) {
+    std::size_t done = 0;
+    for (std::size_t i = 0; i + 2 < text.size(); ++i) {
+        if (static_cast<unsigned char>(text[i]) == 0xED &&
+            static_cast<unsigned char>(text[i + 1]) >= 0xA0) {
+            out.append(text, done, i - done);
+            out += "\xEF\xBF\xBD";
+            i += 2;
+            done = i + 1;
+        }
+    }
+    out.append(text, done);
 }
 
 std::size_t code_point_count(std::string_view text) {
@@ -153,7 +162,7 @@ std::string_view trim_unicode_space(std::string_view text) {
 
 bool is_blank(std::string_view text) {
     for (std::size_t i = 0; i < text.size();) {
-        if (sequence_length(text, i) == 0) return false;
+        if (utf8_sequence_length(text, i) == 0) return false;
         if (!is_unicode_space(next_code_point(text, i))) return false;
     }
     return true;

@@ -11,14 +11,24 @@ namespace support {
 // Surrogates, overlong forms and values above U+10FFFF are malformed, as in strict decoders.
 std::optional<std::string> utf8_error(std::string_view bytes);
 
-// Decodes the code point at `pos` of valid UTF-8 and moves `pos` past it.
+// Length of the well-formed sequence at `pos`, or 0 when it is malformed. With `allow_surrogates`
+// the three-byte forms of U+D800..U+DFFF count as well-formed too (WTF-8, which is how our JSON
+// strings keep a lone surrogate escape).
+std::size_t utf8_sequence_length(std::string_view bytes, std::size_t pos,
+                                 bool allow_surrogates = false);
+
+// Decodes the code point at `pos` of valid UTF-8 (or WTF-8) and moves `pos` past it.
 char32_t next_code_point(std::string_view text, std::size_t& pos);
 
 void append_utf8(std::string& out, char32_t cp);
 
+// Appends WTF-8 `text` with each lone surrogate replaced by U+FFFD, which makes it valid UTF-8.
+void append_surrogates_replaced(std::string& out, std::string_view text);
+
+// Characters of valid UTF-8 or WTF-8 (a lone surrogate is one character).
 std::size_t code_point_count(std::string_view text);
 
-// The first `max_code_points` characters of valid UTF-8, never splitting a character.
+// The first `max_code_points` characters of valid UTF-8 or WTF-8, never splitting a character.
 std::string_view cut_code_points(std::string_view text, std::size_t max_code_points);
 
 // White space in the Unicode sense (what a Unicode-aware isspace() accepts), not only JSON's.

@@ -100,7 +100,7 @@ TEST_F(FilePathTest, ExtractSearchesFivePlacesAndKeepsThePathInsideTheRepository
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.input);
-        const std::optional<std::string> got = extract_file_path(Json::parse(row.input));
+        const std::optional<std::string> got = extract_file_path(support::parse_json(row.input));
         if (row.expected) {
             EXPECT_EQ(got, (*row.expected == "." ? repo_ : repo_ / *row.expected).string());
             if (got) {
@@ -140,8 +140,9 @@ TEST_F(FilePathTest, RelativePathIsLexical) {
 TEST_F(FilePathTest, RootWorkingDirectoryHoldsEverything) {
     fs::current_path("/");
     const std::string outside = (root_ / "other" / "x.py").string();
-    EXPECT_EQ(extract_file_path(Json::parse(R"({"filePath": ")" + outside + R"("})")), outside);
-    EXPECT_EQ(extract_file_path(Json::parse(R"({"filePath": "/..//../"})")), "/");
+    EXPECT_EQ(extract_file_path(support::parse_json(R"({"filePath": ")" + outside + R"("})")),
+              outside);
+    EXPECT_EQ(extract_file_path(support::parse_json(R"({"filePath": "/..//../"})")), "/");
     EXPECT_EQ(get_relative_path("/etc/x"), "etc/x");
     EXPECT_EQ(get_relative_path("/"), ".");
     EXPECT_EQ(take_log(), "");

@@ -31,7 +31,7 @@ TEST(QueryTest, ModelAuthoredUnderstanding) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.result.value_or("nullopt"));
         std::optional<Json> result;
-        if (row.result) result = Json::parse(*row.result);
+        if (row.result) result = support::parse_json(*row.result);
         EXPECT_EQ(_has_model_authored_understanding(result), row.expected);
     }
 }
@@ -39,7 +39,8 @@ TEST(QueryTest, ModelAuthoredUnderstanding) {
 TEST(QueryTest, TruthyNonObjectIsATypeError) {
     for (const char* text : {"[1]", R"({"found": true, "understanding": [1]})"}) {
         SCOPED_TRACE(text);
-        EXPECT_THROW(_has_model_authored_understanding(Json::parse(text)), support::TypeError);
+        EXPECT_THROW(_has_model_authored_understanding(support::parse_json(text)),
+                     support::TypeError);
     }
 }
 

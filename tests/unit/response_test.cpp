@@ -70,6 +70,11 @@ TEST(ResponseTest, FormatsEachAgentsForms) {
         {"vim", nullptr, "a\n\xC3\xA9", false, none, R"({"systemMessage": "a\n\u00e9"})"},
         {"windsurf", nullptr, "a\n\xC3\xA9", false, none, "a\n\xC3\xA9"},
         {"windsurf", nullptr, "", false, none, ""},
+        // A lone surrogate (kept from a \u escape): escaped in JSON, U+FFFD in plain text.
+        {"claude", nullptr, "a\xED\xA0\xBD", false, none, R"({"systemMessage": "a\ud83d"})"},
+        {"windsurf", "PreToolUse", "a\xED\xA0\xBD", false, none, "a\xEF\xBF\xBD"},
+        {"windsurf", nullptr, "\xED\xB8\x80-\xED\x9F\xBF", false, none,
+         "\xEF\xBF\xBD-\xED\x9F\xBF"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(::testing::Message()

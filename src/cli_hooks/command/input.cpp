@@ -56,7 +56,7 @@ std::optional<std::string> validate_session_id(const Json* session_id) {
     const Json& value = *session_id;
     std::size_t length = 0;
     if (value.is_string()) {
-        length = support::code_point_count(value.get_ref<const std::string&>());
+        length = support::code_point_count(value.as_string());
     } else if (value.is_array() || value.is_object()) {
         length = value.size();
     } else {
@@ -68,7 +68,7 @@ std::optional<std::string> validate_session_id(const Json* session_id) {
         throw support::TypeError(std::string("expected string or bytes-like object, got '") +
                                  support::type_name(value) + "'");
     }
-    const std::string& text = value.get_ref<const std::string&>();
+    const std::string& text = value.as_string();
     if (!_SESSION_ID_PATTERN.match(text)) return std::nullopt;
     return text;
 }

@@ -23,10 +23,10 @@ std::optional<std::string> positive_total() {
     const Json* total = support::member(*stats, "total");
     if (total == nullptr) return std::nullopt;
     bool positive = false;
-    if (total->is_boolean()) {
-        positive = total->get<bool>();
+    if (total->is_bool()) {
+        positive = total->as_bool();
     } else if (total->is_number()) {
-        positive = total->get<double>() > 0;
+        positive = total->as_double() > 0;
     } else {
         throw support::TypeError(std::string("cannot compare a total of type '") +
                                  support::type_name(*total) + "' with 0");

@@ -46,9 +46,9 @@ double parse_decimal(const std::string& text) {
 double last_nudge_seconds(const Json& state) {
     const Json* value = support::member(state, "last_nudge");
     if (value == nullptr) return 0;
-    if (value->is_number()) return value->get<double>();
-    if (value->is_boolean()) return value->get<bool>() ? 1 : 0;
-    if (value->is_string()) return parse_decimal(value->get<std::string>());
+    if (value->is_number()) return value->as_double();
+    if (value->is_bool()) return value->as_bool() ? 1 : 0;
+    if (value->is_string()) return parse_decimal(value->as_string());
     throw support::TypeError(std::string("last_nudge must be a number, not '") +
                              support::type_name(*value) + "'");
 }
@@ -89,8 +89,7 @@ int hook_suggest_tamblo(const HookArgs& args) {
     const double now = platform::epoch_seconds();
     if (nudged_recently(now)) return 0;
     try {
-        Json state = Json::object();
-        state["last_nudge"] = now;
+        const Json state = Json::object().set("last_nudge", now);
         platform::write_file(_NUDGE_STATE_FILE, support::to_json_text(state));
     } catch (const platform::OsError&) {
         // Without a writable state file every qualifying search gets the nudge.

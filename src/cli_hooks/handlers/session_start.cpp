@@ -29,8 +29,8 @@ constexpr const char* kNothingCachedText =
 constexpr const char* kCompactionHeading = "## Context Restored After Compaction\n";
 
 bool is_zero(const Json& total) {
-    if (total.is_boolean()) return !total.get<bool>();
-    return total.is_number() && total.get<double>() == 0.0;
+    if (total.is_bool()) return !total.as_bool();
+    return total.is_number() && total.as_double() == 0.0;
 }
 
 std::string text_member(const Json& entry, std::string_view key) {
@@ -46,7 +46,7 @@ std::string entry_lines(const Json& stats) {
                                  ", not an object");
     }
     std::string lines;
-    for (const auto& [scope, scope_data] : by_scope->items()) {
+    for (const auto& [scope, scope_data] : by_scope->members()) {
         const Json* entries = support::member(scope_data, "entries");
         if (entries == nullptr) continue;
         if (!entries->is_array()) {

@@ -6,6 +6,7 @@
 #include "platform/io.hpp"
 #include "support/json_text.hpp"
 #include "support/text.hpp"
+#include "support/utf8.hpp"
 
 namespace cli_hooks {
 
@@ -31,15 +32,15 @@ std::string _output_claude(std::string_view event_name, std::string_view context
     for (const auto event : _CLAUDE_CONTEXT_EVENTS) in_set = in_set || event == event_name;
     if (in_set) {
         Json hook_output = Json::object();
-        hook_output["hookEventName"] = event_name;
-        if (!context.empty()) hook_output["additionalContext"] = context;
+        hook_output.set("hookEventName", event_name);
+        if (!context.empty()) hook_output.set("additionalContext", context);
         if (block && event_name == "PreToolUse") {
-            hook_output["permissionDecision"] = "deny";
-            if (has_reason(reason)) hook_output["permissionDecisionReason"] = *reason;
+            hook_output.set("permissionDecision", "deny");
+            if (has_reason(reason)) hook_output.set("permissionDecisionReason", *reason);
         }
-        response["hookSpecificOutput"] = std::move(hook_output);
+        response.set("hookSpecificOutput", std::move(hook_output));
     } else if (!context.empty()) {
-        response["systemMessage"] = context;
+        response.set("systemMessage", context);
     }
     return json_line(response);
 }
@@ -47,13 +48,13 @@ std::string _output_claude(std::string_view event_name, std::string_view context
 std::string _output_copilot(std::string_view event_name, std::string_view context, bool block,
                             std::optional<std::string_view> reason) {
     Json response = Json::object();
-    response["message"] = context;
+    response.set("message", context);
     if (block) {
-        response["action"] = "deny";
-        if (has_reason(reason)) response["reason"] = *reason;
+        response.set("action", "deny");
+        if (has_reason(reason)) response.set("reason", *reason);
     } else {
         const std::string event = support::ascii_lower(event_name);
-        if (event == "pretooluse" || event == "pre_tool_use") response["action"] = "approve";
+        if (event == "pretooluse" || event == "pre_tool_use") response.set("action", "approve");
     }
     return json_line(response);
 }
@@ -61,16 +62,18 @@ std::string _output_copilot(std::string_view event_name, std::string_view contex
 std::string _output_cursor(std::string_view /*event_name*/, std::string_view context, bool block,
                            std::optional<std::string_view> reason) {
     Json response = Json::object();
-    response["output"] = context;
+    response.set("output", context);
     if (block) {
-        response["block"] = true;
-        if (has_reason(reason)) response["reason"] = *reason;
+        response.set("block", true);
+        if (has_reason(reason)) response.set("reason", *reason);
     }
     return json_line(response);
 }
 
+// Plain text has no escape for a lone surrogate, and the agent reads UTF-8.
 std::string _output_windsurf(std::string_view context) {
-    std::string out(context);
+    std::string out;
+    support::append_surrogates_replaced(out, context);
     out += '\n';
     return out;
 }
@@ -92,7 +95,7 @@ std::string format_system_message(std::string_view agent, std::string_view messa
                       : agent == AGENT_CURSOR ? "output"
                                               : "systemMessage";
     Json response = Json::object();
-    response[key] = message;
+    response.set(key, message);
     return json_line(response);
 }
 

@@ -31,7 +31,7 @@ const std::string& text_of(const Json& value, std::string_view what) {
         throw support::TypeError(std::string(what) + " is a " + support::type_name(value) +
                                  ", not a text");
     }
-    return value.get_ref<const std::string&>();
+    return value.as_string();
 }
 
 }  // namespace
@@ -42,7 +42,7 @@ std::optional<std::string> get_conversation_context() {
     if (!support::truthy(sessions_data)) return std::nullopt;
     const Json& sessions = list_member(*sessions_data, "sessions");
     if (sessions.empty()) return std::nullopt;
-    const Json* id = support::member(sessions.front(), "id");
+    const Json* id = support::member(sessions[0], "id");
     if (!support::truthy(id)) return std::nullopt;
     const std::string& session_id = text_of(*id, "session id");
 

@@ -58,8 +58,7 @@ bool _has_model_authored_understanding(const std::optional<Json>& result) {
     if (!support::truthy(understanding)) return true;
     const Json* auto_generated = support::member(*understanding, "auto_generated");
     // Only the boolean true marks the indexer's entry; 1 or "true" do not.
-    return !(auto_generated != nullptr && auto_generated->is_boolean() &&
-             auto_generated->get<bool>());
+    return !(auto_generated != nullptr && auto_generated->is_bool() && auto_generated->as_bool());
 }
 
 }  // namespace cli_hooks
