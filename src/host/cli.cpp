@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include "cli_hooks/hooks.hpp"
+#include "host/install/install.hpp"
+#include "host/mcp/server.hpp"
 #include "host/store/commands/options.hpp"
 #include "host/store/commands/text_check.hpp"
 #include "platform/io.hpp"
@@ -78,6 +80,15 @@ class HostCommands {
                 "serve",
                 "Diagnose the embedded store: where it is, whether it answers, its contents");
         }
+        if (only.empty() || only == "mcp") {
+            mcp_ = app.add_subcommand(
+                "mcp", "Serve the understand and remember tools to an agent (MCP on standard I/O)");
+            mcp_->footer(
+                "A Model Context Protocol server on standard input and output, for an agent to "
+                "start.\nIt serves the store of the directory it runs in. install-hooks registers "
+                "it.");
+        }
+        if (only.empty() || only == "install-hooks") add_install(app);
     }
 
     int run() const {
@@ -91,6 +102,8 @@ class HostCommands {
             return commands::cmd_context(options);
         }
         if (parsed(serve_)) return commands::cmd_serve();
+        if (parsed(mcp_)) return mcp::run_mcp_server();
+        if (parsed(install_)) return install::cmd_install_hooks(install_options_);
         return 0;
     }
 
@@ -174,6 +187,32 @@ class HostCommands {
         context_->allow_extras();
     }
 
+    void add_install(CLI::App& app) {
+        install_ = app.add_subcommand(
+            "install-hooks", "Connect the hooks and the MCP server to an agent's configuration");
+        auto& i = install_options_;
+        install_
+            ->add_option("--agent", i.agent,
+                         "Agent to configure: claude, copilot, cursor, windsurf")
+            ->required()
+            ->check(CLI::IsMember({"claude", "copilot", "cursor", "windsurf"}));
+        install_
+            ->add_option("--scope", i.scope,
+                         "project (this repository, the default) or user (your home directory)")
+            ->check(CLI::IsMember({"project", "user"}));
+        install_->add_flag("--dry-run", i.dry_run,
+                           "Print what would be written and change nothing");
+        install_->add_flag("--uninstall", i.uninstall,
+                           "Take out exactly what install-hooks put in");
+        install_->footer(
+            "Merges into the files that are there: your own entries stay as they are, in their\n"
+            "order; a file that is not valid JSON is left alone. The previous file is kept as\n"
+            "<file>.bak. Commands name this program by its absolute path.");
+    }
+
+    CLI::App* mcp_ = nullptr;
+    CLI::App* install_ = nullptr;
+    install::InstallOptions install_options_;
     CLI::App* understand_ = nullptr;
     CLI::App* log_turn_ = nullptr;
     CLI::App* finalize_ = nullptr;
@@ -200,7 +239,8 @@ int run(int argc, char** argv) {
     // misspelling) gets the whole parser, so that help and errors list every command.
     const std::string_view first = argc > 1 ? argv[1] : "";
     const bool hook_run = first == "hooks";
-    const bool host_run = first == "query" || first == "conversation" || first == "serve";
+    const bool host_run = first == "query" || first == "conversation" || first == "serve" ||
+                          first == "mcp" || first == "install-hooks";
     std::unique_ptr<cli_hooks::HooksCommand> hooks;
     std::unique_ptr<HostCommands> host_commands;
     if (!host_run) hooks = cli_hooks::add_hooks_subparser(app);

@@ -109,6 +109,10 @@ class Store {
     // The most recently stored understanding of `target`, in `scope` when given.
     std::optional<RecalledUnderstanding> recall_understanding(
         std::string_view target, const std::optional<std::string>& scope = std::nullopt);
+    // Understandings whose target, purpose, key points or gotchas match the words of `query`,
+    // best match first, at most `limit`.
+    std::vector<RecalledUnderstanding> search_understandings(std::string_view query,
+                                                             std::size_t limit);
     // At most `limit` entries; only stale ones unless `include_fresh`.
     UnderstandingStats understanding_stats(std::size_t limit, bool include_fresh);
 
