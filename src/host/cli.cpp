@@ -3,11 +3,17 @@
 #include <CLI/CLI.hpp>
 
 #include "cli_hooks/hooks.hpp"
+#include "host/install/install.hpp"
+#include "host/mcp/server.hpp"
+#include "host/store/commands/options.hpp"
+#include "host/store/commands/text_check.hpp"
 #include "platform/io.hpp"
 
 namespace host {
 
 namespace {
+
+namespace commands = store::commands;
 
 // "orvane-tamblo hooks log-conversation" for the deepest command the parser entered.
 std::string command_path(CLI::App& app) {
@@ -27,12 +33,198 @@ int report_parse_error(CLI::App& app, const CLI::ParseError& e) {
     }
     const std::string path = command_path(app);
     try {
-        platform::write_stderr(path + ": error: " + e.what() + "\nRun '" + path +
-                               " --help' for usage.\n");
+        platform::write_stderr(path + ": error: " + e.what() + " (see '" + path + " --help')\n");
     } catch (...) {
     }
     return 2;
 }
+
+// A whole number from 0 to 999999999, checked before CLI11 converts it (which would clamp
+// a larger one silently). Built when a host command registers, never at start-up.
+CLI::Validator count_validator() {
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            if (text.empty() || text.size() > 9 ||
+                text.find_first_not_of("0123456789") != std::string::npos) {
+                return "'" + text + "' is not a whole number from 0 to 999999999";
+            }
+            return "";
+        },
+        "");
+}
+
+// Text the store keeps must be text it can show again (see text_check.hpp).
+CLI::Validator text_validator() {
+    return CLI::Validator([](std::string& text) { return commands::text_error(text); }, "");
+}
+
+template <typename T>
+CLI::Option* optional_option(CLI::App* app, const char* name, std::optional<T>& target,
+                             const char* help) {
+    CLI::Option* option = app->add_option_function<T>(
+        name, [&target](const T& value) { target = value; }, help);
+    if constexpr (std::is_same_v<T, std::string>) option->check(text_validator());
+    return option;
+}
+
+// The host commands: the store's answers to the hooks (query understand, conversation ...) and
+// serve's diagnosis.
+class HostCommands {
+  public:
+    // Registers the command named `only`, or all of them when it is empty.
+    HostCommands(CLI::App& app, std::string_view only) {
+        if (only.empty() || only == "query") add_query(app);
+        if (only.empty() || only == "conversation") add_conversation(app);
+        if (only.empty() || only == "serve") {
+            serve_ = app.add_subcommand(
+                "serve",
+                "Diagnose the embedded store: where it is, whether it answers, its contents");
+        }
+        if (only.empty() || only == "mcp") {
+            mcp_ = app.add_subcommand(
+                "mcp", "Serve the understand and remember tools to an agent (MCP on standard I/O)");
+            mcp_->footer(
+                "A Model Context Protocol server on standard input and output, for an agent to "
+                "start.\nIt serves the store of the directory it runs in. install-hooks registers "
+                "it.");
+        }
+        if (only.empty() || only == "install-hooks") add_install(app);
+    }
+
+    int run() const {
+        if (parsed(understand_)) return commands::cmd_query_understand(understand_options_);
+        if (parsed(log_turn_)) return commands::cmd_log_turn(log_turn_options_);
+        if (parsed(finalize_)) return commands::cmd_finalize(finalize_options_);
+        if (parsed(list_)) return commands::cmd_list(list_options_);
+        if (parsed(context_)) {
+            commands::ContextOptions options = context_options_;
+            for (const auto& extra : context_->remaining()) options.ids.push_back(extra);
+            return commands::cmd_context(options);
+        }
+        if (parsed(serve_)) return commands::cmd_serve();
+        if (parsed(mcp_)) return mcp::run_mcp_server();
+        if (parsed(install_)) return install::cmd_install_hooks(install_options_);
+        return 0;
+    }
+
+  private:
+    static bool parsed(const CLI::App* command) { return command != nullptr && command->parsed(); }
+
+    void add_query(CLI::App& app) {
+        CLI::App* query = app.add_subcommand("query", "Ask the repository's AI cache");
+        query->require_subcommand(1);
+        understand_ = query->add_subcommand(
+            "understand", "Store, recall or summarise the cached understanding of files");
+        auto& o = understand_options_;
+        understand_->add_option("--action", o.action, "store, recall or stats")
+            ->required()
+            ->check(CLI::IsMember({"store", "recall", "stats"}));
+        optional_option(understand_, "--target", o.target, "The file (or other target)");
+        optional_option(understand_, "--scope", o.scope, "The target's scope (default: file)");
+        optional_option(understand_, "--importance", o.importance,
+                        "high, medium or low (default: medium)");
+        understand_->get_option("--importance")->check(CLI::IsMember({"high", "medium", "low"}));
+        optional_option(understand_, "--purpose", o.purpose, "What the target is for");
+        understand_->add_option("--key-point", o.key_points, "A key point (repeatable)")
+            ->allow_extra_args(false)
+            ->check(text_validator());
+        understand_->add_option("--gotcha", o.gotchas, "A gotcha (repeatable)")
+            ->allow_extra_args(false)
+            ->check(text_validator());
+        understand_->add_flag("--auto-generated", o.auto_generated,
+                              "Mark the entry as the indexer's, not an agent's analysis");
+        optional_option(understand_, "--limit", o.limit,
+                        "stats: list at most this many entries (default: 50)");
+        understand_->get_option("--limit")->check(count_validator())->type_name("COUNT");
+        understand_->add_flag("--include-fresh", o.include_fresh,
+                              "stats: list fresh entries too, after the stale ones");
+    }
+
+    void add_conversation(CLI::App& app) {
+        CLI::App* conversation =
+            app.add_subcommand("conversation", "Record and recall agent conversations");
+        conversation->require_subcommand(1);
+
+        log_turn_ = conversation->add_subcommand("log-turn", "Append a turn to a session");
+        auto& t = log_turn_options_;
+        optional_option(log_turn_, "--session-id", t.session_id,
+                        "The session (default: the most recent active one of the last day)");
+        log_turn_->add_option("--type", t.type, "user or tool")
+            ->required()
+            ->check(CLI::IsMember({"user", "tool"}));
+        optional_option(log_turn_, "--prompt", t.prompt, "user: the prompt");
+        optional_option(log_turn_, "--tool-name", t.tool_name, "tool: the tool's name");
+        optional_option(log_turn_, "--tool-input", t.tool_input, "tool: its input, JSON text");
+        optional_option(log_turn_, "--tool-result", t.tool_result, "tool: its result, JSON text");
+
+        finalize_ = conversation->add_subcommand("finalize", "End a session");
+        auto& f = finalize_options_;
+        optional_option(finalize_, "--session-id", f.session_id,
+                        "The session (default: the most recent active one)");
+        finalize_->add_option("--status", f.status, "completed or compacted")
+            ->required()
+            ->check(CLI::IsMember({"completed", "compacted"}));
+
+        list_ = conversation->add_subcommand("list", "List recent sessions, most recent first");
+        auto& l = list_options_;
+        list_->add_option("--days", l.days, "Sessions active within this many days (default: 7)")
+            ->check(count_validator())
+            ->type_name("COUNT");
+        list_
+            ->add_option("--status", l.status,
+                         "active (open or compacted), completed, compacted or all (default)")
+            ->check(CLI::IsMember({"active", "completed", "compacted", "all"}));
+        list_->add_flag("--json", l.json, "One JSON object instead of a table");
+
+        context_ =
+            conversation->add_subcommand("context", "A session's goals, recent activity and files");
+        auto& c = context_options_;
+        context_->add_option("ID", c.ids, "The session")->expected(1)->type_name("");
+        context_->add_option("--strategy", c.strategy, "How to summarise (default: balanced)")
+            ->check(CLI::IsMember({"balanced"}));
+        context_->add_flag("--json", c.json, "One JSON object instead of text");
+        // A session id may begin with "-"; it arrives among the extras.
+        context_->allow_extras();
+    }
+
+    void add_install(CLI::App& app) {
+        install_ = app.add_subcommand(
+            "install-hooks", "Connect the hooks and the MCP server to an agent's configuration");
+        auto& i = install_options_;
+        install_
+            ->add_option("--agent", i.agent,
+                         "Agent to configure: claude, copilot, cursor, windsurf")
+            ->required()
+            ->check(CLI::IsMember({"claude", "copilot", "cursor", "windsurf"}));
+        install_
+            ->add_option("--scope", i.scope,
+                         "project (this repository, the default) or user (your home directory)")
+            ->check(CLI::IsMember({"project", "user"}));
+        install_->add_flag("--dry-run", i.dry_run,
+                           "Print what would be written and change nothing");
+        install_->add_flag("--uninstall", i.uninstall,
+                           "Take out exactly what install-hooks put in");
+        install_->footer(
+            "Merges into the files that are there: your own entries stay as they are, in their\n"
+            "order; a file that is not valid JSON is left alone. The previous file is kept as\n"
+            "<file>.bak. Commands name this program by its absolute path.");
+    }
+
+    CLI::App* mcp_ = nullptr;
+    CLI::App* install_ = nullptr;
+    install::InstallOptions install_options_;
+    CLI::App* understand_ = nullptr;
+    CLI::App* log_turn_ = nullptr;
+    CLI::App* finalize_ = nullptr;
+    CLI::App* list_ = nullptr;
+    CLI::App* context_ = nullptr;
+    CLI::App* serve_ = nullptr;
+    commands::UnderstandOptions understand_options_;
+    commands::LogTurnOptions log_turn_options_;
+    commands::FinalizeOptions finalize_options_;
+    commands::ListOptions list_options_;
+    commands::ContextOptions context_options_;
+};
 
 }  // namespace
 
@@ -42,14 +234,27 @@ int run(int argc, char** argv) {
     CLI::App app("Index a repository for AI coding agents and serve their hooks.", "orvane-tamblo");
     app.set_version_flag("--version", "orvane-tamblo " ORVANE_VERSION);
     app.require_subcommand(1);
-    const auto hooks = cli_hooks::add_hooks_subparser(app);
+    // A run builds the parser of the command it names only: a hook run, which the agent waits
+    // for, never pays for the host commands' options. Anything else (no command, --help, a
+    // misspelling) gets the whole parser, so that help and errors list every command.
+    const std::string_view first = argc > 1 ? argv[1] : "";
+    const bool hook_run = first == "hooks";
+    const bool host_run = first == "query" || first == "conversation" || first == "serve" ||
+                          first == "mcp" || first == "install-hooks";
+    std::unique_ptr<cli_hooks::HooksCommand> hooks;
+    std::unique_ptr<HostCommands> host_commands;
+    if (!host_run) hooks = cli_hooks::add_hooks_subparser(app);
+    if (!hook_run) {
+        host_commands = std::make_unique<HostCommands>(app, host_run ? first : std::string_view());
+    }
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return report_parse_error(app, e);
     }
-    if (hooks->chosen()) return cli_hooks::cmd_hooks(hooks->args());
+    if (hooks && hooks->chosen()) return cli_hooks::cmd_hooks(hooks->args());
+    if (host_commands) return host_commands->run();
     return 0;
 }
 

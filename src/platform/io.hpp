@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -17,5 +18,13 @@ std::string read_stdin();
 // Writes all of `data`; throws OsError on failure (a closed stream, a full disk, a gone reader).
 void write_stdout(std::string_view data);
 void write_stderr(std::string_view data);
+
+}  // namespace platform
+
+namespace platform {
+
+// Reads what standard input has ready, up to `size` bytes, waiting for at least one; 0 at its
+// end. Throws OsError when it cannot be read.
+std::size_t read_stdin_some(char* buffer, std::size_t size);
 
 }  // namespace platform

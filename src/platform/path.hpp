@@ -24,9 +24,8 @@ inline bool is_within(const PathParts& dir, const PathParts& path) {
     return true;
 }
 
-// Whether `path` names the same file whatever the working directory (on Windows also whatever the
-// current drive: \x and C:x are not absolute).
-bool is_absolute(std::string_view path);
+// Whether `path` is absolute ("/..." here; a drive or UNC root on Windows). Cheap: no parts.
+bool is_absolute_path(std::string_view path);
 
 // The process's working directory as the system reports it. Throws OsError.
 std::string current_directory();

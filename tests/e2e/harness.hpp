@@ -39,12 +39,14 @@ struct RunOptions {
     bool ignore_sigchld = false;  // start the hook with SIGCHLD ignored
     std::optional<SignalAt> signal;
     int limit_seconds = 60;  // then the hook is killed and the test fails
+    bool real_host = false;  // the build, not the fake host, first on PATH
 };
 
 // The program under test is ORVANE_TEST_BINARY (default: this build's), started through
 // ORVANE_TEST_LAUNCHER when that is set ("wine" for the Windows build), with the fake host of
 // ORVANE_TEST_FAKE_HOST_DIR (default: this build's) first on its PATH.
 bool windows_build();
+const std::string& binary();
 const std::string& fake_host_dir();
 
 // `path` as the program under test sees it: unchanged here, under Wine "Z:\tmp\x" for /tmp/x.

@@ -97,6 +97,7 @@ TEST_F(WindowsPaths, DefaultLogDirectoryIsUnderLocalAppData) {
     options.env["ORVANE_TAMBLO_LOG_DIR"] = std::nullopt;
     std::vector<fs::path> logs;
     for (const auto& user : fs::directory_iterator(wine_drive_c() / "users")) {
+        if (!user.is_directory()) continue;
         logs.push_back(user.path() / "AppData/Local/orvane-tamblo");
         fs::remove_all(logs.back());
     }

@@ -56,7 +56,7 @@ std::optional<std::string> extract_file_path(const HookInput& data) {
 }
 
 std::string get_relative_path(const std::string& file_path) {
-    if (!platform::is_absolute(file_path)) return file_path;
+    if (!platform::is_absolute_path(file_path)) return file_path;
     const std::string cwd = platform::current_directory();
     if (!inside(cwd, file_path)) {
         _hook_debug_log("get_relative_path: not under cwd, using as-is ('" + file_path +

@@ -19,23 +19,22 @@ constexpr const char* kBuiltinBrief =
     "# orvane-tamblo\n"
     "\n"
     "This repository is indexed by orvane-tamblo. Its AI cache keeps what earlier sessions "
-    "learned about the code, so read it before re-reading files and add to it as you learn.\n"
+    "learned about the code, so read it before re-reading files and add to it as you learn. The "
+    "`understand` and `remember` tools come from orvane-tamblo's MCP server; both keep their "
+    "entries in the repository's store, memory/codebase-index/orvane.db.\n"
     "\n"
     "## AI cache tools\n"
     "- `understand(action='recall', target='path/to/file')`: the cached understanding of a file "
-    "(purpose, key points, gotchas) before you read the whole file.\n"
+    "(purpose, key points, gotchas) and whether the file changed since, before you read the "
+    "whole file.\n"
+    "- `understand(action='recall', query='...')`: search every cached understanding.\n"
     "- `understand(action='store', scope='file', target='...', purpose='...', key_points=[...], "
     "gotchas=[...])`: cache what you learned about a file or module; refresh it after you edit "
     "the file.\n"
+    "- `understand(action='list')`: what is cached, stale entries first.\n"
     "- `remember(action='store', key='...', value='...')`: keep a decision or project fact; "
-    "`remember(action='list')` shows what is stored.\n"
-    "\n"
-    "## Code index tools\n"
-    "- `search(action='symbols', query='...')`: find definitions by name.\n"
-    "- `symbol(action='callers'/'references')`: find the usages of a symbol.\n"
-    "- `explore(query='...')`: combine search strategies to answer a question about the code.\n"
-    "\n"
-    "Prefer these over text search for symbol discovery; grep stays right for exact strings.";
+    "`remember(action='recall', key='...')` gives it back, `remember(action='list')` shows them "
+    "all.";
 
 std::string built_in(std::string* note, const std::string& why) {
     if (note != nullptr) *note = std::string(kBriefPath) + why + "; using the built-in brief";

@@ -22,3 +22,16 @@ double epoch_seconds() {
 }
 
 }  // namespace platform
+
+namespace platform {
+
+std::string local_time_at(double epoch_seconds, const char* format) {
+    const auto when = static_cast<std::time_t>(epoch_seconds);
+    std::tm parts{};
+    localtime_r(&when, &parts);
+    char buf[64];
+    const std::size_t n = std::strftime(buf, sizeof buf, format, &parts);
+    return std::string(buf, n);
+}
+
+}  // namespace platform

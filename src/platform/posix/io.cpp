@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 
+#include "platform/os_error.hpp"
 #include "platform/posix/fd.hpp"
 
 namespace platform {
@@ -37,6 +38,18 @@ void write_stdout(std::string_view data) {
 
 void write_stderr(std::string_view data) {
     posix::write_all(STDERR_FILENO, data, "standard error");
+}
+
+}  // namespace platform
+
+namespace platform {
+
+std::size_t read_stdin_some(char* buffer, std::size_t size) {
+    for (;;) {
+        const ssize_t n = ::read(STDIN_FILENO, buffer, size);
+        if (n >= 0) return static_cast<std::size_t>(n);
+        if (errno != EINTR) throw OsError("cannot read standard input", errno);
+    }
 }
 
 }  // namespace platform

@@ -71,7 +71,7 @@ std::optional<std::string> find_program(std::string_view name) {
         }
         // An empty or relative entry would search the working directory, which belongs to
         // whatever repository the agent runs in.
-        if (!is_absolute(dir)) continue;
+        if (!is_absolute_path(dir)) continue;
         if (auto found = with_extension(join_path(dir, name), extensions)) return found;
     }
     return std::nullopt;

@@ -4,6 +4,7 @@
 #include <io.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <iterator>
 
 #include "platform/os_error.hpp"
@@ -22,20 +23,28 @@ bool is_console(HANDLE h) {
     return GetConsoleMode(h, &mode) != 0;
 }
 
-// A console hands over UTF-16 typed by a person; Ctrl+Z ends the input, as the C runtime has it.
-std::string read_console(HANDLE h) {
-    std::wstring text;
-    wchar_t buf[4096];
-    for (;;) {
-        DWORD n = 0;
-        if (!ReadConsoleW(h, buf, static_cast<DWORD>(std::size(buf)), &n, nullptr)) {
-            throw OsError("cannot read standard input", static_cast<int>(GetLastError()));
-        }
-        const std::wstring_view chunk(buf, n);
-        const std::size_t end = chunk.find(L'\x1a');
-        text.append(chunk.substr(0, end));
-        if (n == 0 || end != std::wstring_view::npos) return windows::narrow(text);
+// Ctrl+Z typed at the console ended its input, as the C runtime has it.
+bool console_ended = false;
+
+// Up to `size` bytes of UTF-8 from what a person types at the console, which hands over UTF-16.
+std::size_t read_console(HANDLE h, char* buffer, std::size_t size) {
+    if (console_ended) return 0;
+    // Room for the longest UTF-8 form of each code unit.
+    wchar_t wide[4096];
+    const DWORD want = static_cast<DWORD>(std::min<std::size_t>(std::size(wide), size / 3));
+    DWORD n = 0;
+    if (want == 0) return 0;
+    if (!ReadConsoleW(h, wide, want, &n, nullptr)) {
+        throw OsError("cannot read standard input", static_cast<int>(GetLastError()));
     }
+    std::wstring_view chunk(wide, n);
+    if (const std::size_t end = chunk.find(L'\x1a'); end != std::wstring_view::npos) {
+        chunk = chunk.substr(0, end);
+        console_ended = true;
+    }
+    const std::string text = windows::narrow(chunk);
+    std::copy(text.begin(), text.end(), buffer);
+    return text.size();
 }
 
 void write_all(DWORD which, std::string_view data, const char* what) {
@@ -75,23 +84,26 @@ void prepare_standard_streams() {
     }
 }
 
-std::string read_stdin() {
+std::size_t read_stdin_some(char* buffer, std::size_t size) {
     const HANDLE h = GetStdHandle(STD_INPUT_HANDLE);
-    if (!usable(h)) return std::string();  // no standard input at all reads as an empty one
-    if (is_console(h)) return read_console(h);
+    if (!usable(h)) return 0;  // no standard input at all reads as an empty one
+    if (is_console(h)) return read_console(h, buffer, size);
+    DWORD n = 0;
+    const DWORD want = size > (1u << 30) ? (1u << 30) : static_cast<DWORD>(size);
+    if (!ReadFile(h, buffer, want, &n, nullptr)) {
+        const DWORD error = GetLastError();
+        // The writer of a pipe closing its end is the end of the input.
+        if (error == ERROR_BROKEN_PIPE || error == ERROR_HANDLE_EOF) return 0;
+        throw OsError("cannot read standard input", static_cast<int>(error));
+    }
+    return n;
+}
+
+std::string read_stdin() {
     std::string data;
     char buf[65536];
-    for (;;) {
-        DWORD n = 0;
-        if (!ReadFile(h, buf, sizeof buf, &n, nullptr)) {
-            const DWORD error = GetLastError();
-            // The writer of a pipe closing its end is the end of the input.
-            if (error == ERROR_BROKEN_PIPE || error == ERROR_HANDLE_EOF) return data;
-            throw OsError("cannot read standard input", static_cast<int>(error));
-        }
-        if (n == 0) return data;
-        data.append(buf, n);
-    }
+    while (const std::size_t n = read_stdin_some(buf, sizeof buf)) data.append(buf, n);
+    return data;
 }
 
 void write_stdout(std::string_view data) {

@@ -160,7 +160,7 @@ PathParts split_path(std::string_view path) {
     return result;
 }
 
-bool is_absolute(std::string_view path) {
+bool is_absolute_path(std::string_view path) {
     const std::size_t root = root_length(path);
     // "\x" and "C:x" depend on the current drive or that drive's directory.
     return root > 1 && (is_separator(path[root - 1]) || is_separator(path[0]));

@@ -6,6 +6,7 @@
 #include "platform/fs.hpp"
 #include "platform/os_error.hpp"
 #include "platform/path.hpp"
+#include "platform/windows/rename.hpp"
 #include "platform/windows/wide.hpp"
 
 namespace platform {
@@ -106,16 +107,9 @@ void replace_file(std::string_view relative_path, std::string_view data) {
             rest.remove_prefix(n);
         }
         file.close();
-        // Renaming over a link replaces the link, not its target. A reader holding the old file
-        // open for a moment (or a virus scanner) makes the rename fail briefly: try again.
-        for (int attempt = 0;; ++attempt) {
-            if (MoveFileExW(temporary.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING)) break;
-            const DWORD error = GetLastError();
-            if ((error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION) ||
-                attempt == 20) {
-                throw OsError("cannot replace " + shown, static_cast<int>(error));
-            }
-            Sleep(attempt < 5 ? 1 : 10);
+        // Renaming over a link replaces the link, not its target.
+        if (const DWORD error = windows::rename_replacing(temporary, target)) {
+            throw OsError("cannot replace " + shown, static_cast<int>(error));
         }
     } catch (...) {
         file.close();

@@ -10,7 +10,7 @@ namespace platform {
 std::string user_state_directory() {
     // Machine-local, not roaming: logs have no business following the user around a domain.
     const auto local = get_env("LOCALAPPDATA");
-    if (!local || !is_absolute(*local)) {
+    if (!local || !is_absolute_path(*local)) {
         throw std::runtime_error("no log directory: LOCALAPPDATA is not set");
     }
     return *local;

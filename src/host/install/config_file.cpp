@@ -1,0 +1,168 @@
+#include "host/install/config_file.hpp"
+
+#include "host/install/hook_config.hpp"
+#include "platform/atomic_file.hpp"
+#include "platform/dirs.hpp"
+#include "platform/file_info.hpp"
+#include "platform/fs.hpp"
+#include "support/json_pretty.hpp"
+
+namespace host::install {
+
+using support::Json;
+
+namespace {
+
+constexpr const char* kLeftAlone = "; it was left as it is";
+
+std::string parent_of(const std::string& path) {
+    const std::size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
+}
+
+// Calls `visit(path, shown)` for each directory between the repository's root and the file.
+template <typename Visit>
+void for_each_repo_directory(const ConfigTarget& target, Visit visit) {
+    std::string path = target.repo_root;
+    std::string shown;
+    std::size_t start = 0;
+    for (;;) {
+        const std::size_t slash = target.shown.find('/', start);
+        if (slash == std::string::npos) return;
+        const std::string part = target.shown.substr(start, slash - start);
+        path = platform::join_path(path, part);
+        shown += shown.empty() ? part : "/" + part;
+        if (!visit(path, shown)) return;
+        start = slash + 1;
+    }
+}
+
+// A repository could plant a link on the way to send our write anywhere the user may write.
+void check_repo_directories(const ConfigTarget& target) {
+    for_each_repo_directory(target, [&](const std::string& path, const std::string& shown) {
+        switch (platform::path_kind(path)) {
+            case platform::PathKind::missing:
+                return false;
+            case platform::PathKind::directory:
+                return true;
+            case platform::PathKind::symlink:
+                throw ConfigError(shown +
+                                  " is a symbolic link, which orvane-tamblo does not "
+                                  "follow in a repository, so " +
+                                  target.shown + " was left as it is");
+            default:
+                throw ConfigError(shown + " is not a directory, so " + target.shown +
+                                  " was left as it is");
+        }
+    });
+}
+
+std::optional<std::string> read_plain_file(const std::string& path) {
+    if (platform::path_kind(path) != platform::PathKind::regular) return std::nullopt;
+    return platform::read_regular_file(path);
+}
+
+bool is_scaffolding(const Json& doc) {
+    if (!doc.is_object()) return false;
+    for (const auto& [key, value] : doc.members()) {
+        if (key != "version") return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+LoadedConfig load_config(const ConfigTarget& target) {
+    LoadedConfig loaded;
+    loaded.target = target;
+    try {
+        if (!target.repo_root.empty()) check_repo_directories(target);
+        switch (platform::path_kind(target.path)) {
+            case platform::PathKind::missing:
+                break;
+            case platform::PathKind::regular: {
+                auto bytes = platform::read_regular_file(target.path);
+                if (!bytes) throw ConfigError(target.shown + " vanished while it was read");
+                loaded.exists = true;
+                loaded.bytes = std::move(*bytes);
+                break;
+            }
+            case platform::PathKind::symlink:
+                // Replacing the link would break whatever it stands for; writing through it
+                // would write somewhere else.
+                throw ConfigError(target.shown +
+                                  " is a symbolic link, which orvane-tamblo does not write "
+                                  "through" +
+                                  kLeftAlone);
+            default:
+                throw ConfigError(target.shown + " is not a regular file" + kLeftAlone);
+        }
+        if (auto backup = read_plain_file(target.path + ".bak")) {
+            try {
+                loaded.backup = support::parse_json(*backup);
+                loaded.backup_bytes = std::move(*backup);
+            } catch (const std::exception&) {
+                // An unusable backup only means we cannot give those bytes back.
+            }
+        }
+    } catch (const ConfigError&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw ConfigError(target.shown + ": " + e.what() + kLeftAlone);
+    }
+    if (loaded.exists) {
+        try {
+            loaded.doc = support::parse_json(loaded.bytes);
+        } catch (const std::exception& e) {
+            throw ConfigError(target.shown + " is not valid JSON (" + e.what() + ")" + kLeftAlone);
+        }
+    }
+    return loaded;
+}
+
+std::optional<Json> peek_config(const ConfigTarget& target) {
+    try {
+        if (!target.repo_root.empty()) check_repo_directories(target);
+        const auto bytes = read_plain_file(target.path);
+        if (!bytes) return std::nullopt;
+        return support::parse_json(*bytes);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+Change plan_change(const LoadedConfig& loaded, const Json& updated, bool removing,
+                   bool (*has_ours)(const Json&)) {
+    if (updated == loaded.doc) return {};
+    if (!removing) return {Action::write, support::to_pretty_json(updated)};
+    const Json rest = without_empty_parts(updated);
+    if (loaded.backup && !has_ours(*loaded.backup) && rest == without_empty_parts(*loaded.backup)) {
+        return {Action::restore, loaded.backup_bytes};
+    }
+    if (is_scaffolding(rest)) return {Action::remove, {}};
+    return {Action::write, support::to_pretty_json(updated)};
+}
+
+void apply_change(const LoadedConfig& loaded, const Change& change) {
+    const ConfigTarget& target = loaded.target;
+    if (change.action == Action::none) return;
+    if (target.repo_root.empty()) {
+        platform::create_directories(parent_of(target.path));
+    } else {
+        for_each_repo_directory(target, [&](const std::string& path, const std::string& shown) {
+            platform::make_directory(path);
+            if (platform::path_kind(path) != platform::PathKind::directory) {
+                throw ConfigError(shown + " is not a directory");
+            }
+            return true;
+        });
+    }
+    if (loaded.exists) platform::replace_file(target.path + ".bak", loaded.bytes);
+    if (change.action == Action::remove) {
+        platform::delete_file(target.path);
+    } else {
+        platform::replace_file(target.path, change.content);
+    }
+}
+
+}  // namespace host::install

@@ -1,0 +1,261 @@
+#include "host/install/install.hpp"
+
+#include <vector>
+
+#include "host/install/agents.hpp"
+#include "host/install/config_file.hpp"
+#include "host/install/hook_config.hpp"
+#include "platform/env.hpp"
+#include "platform/file_info.hpp"
+#include "platform/fs.hpp"
+#include "platform/home.hpp"
+#include "platform/io.hpp"
+#include "platform/path.hpp"
+#include "platform/process.hpp"
+#include "platform/shell.hpp"
+
+namespace host::install {
+
+using support::Json;
+
+namespace {
+
+constexpr const char* kPrefix = "orvane-tamblo install-hooks: ";
+
+struct Places {
+    std::string repo;
+    std::optional<std::string> home;
+    bool user_scope = false;
+};
+
+ConfigTarget repo_file(const Places& places, std::string_view relative) {
+    return {platform::join_path(places.repo, relative), std::string(relative), places.repo};
+}
+
+ConfigTarget home_file(const Places& places, std::string_view relative) {
+    if (!places.home) {
+        throw ConfigError("no home directory is known (HOME is not set), so ~/" +
+                          std::string(relative) + " cannot be found");
+    }
+    return {platform::join_path(*places.home, relative), "~/" + std::string(relative), ""};
+}
+
+ConfigTarget hooks_file(const Places& places, const AgentSpec& agent) {
+    return places.user_scope ? home_file(places, agent.user_hooks)
+                             : repo_file(places, agent.project_hooks);
+}
+
+ConfigTarget mcp_file(const Places& places, const AgentSpec& agent) {
+    if (places.user_scope || agent.project_mcp.empty()) return home_file(places, agent.user_mcp);
+    return repo_file(places, agent.project_mcp);
+}
+
+// The hook files of `agent` that hold orvane-tamblo's hooks, in either scope.
+std::vector<std::string> files_running_our_hooks(const Places& places, const AgentSpec& agent,
+                                                 bool with_local = false) {
+    std::vector<ConfigTarget> candidates{repo_file(places, agent.project_hooks)};
+    if (with_local) candidates.push_back(repo_file(places, ".claude/settings.local.json"));
+    if (places.home) candidates.push_back(home_file(places, agent.user_hooks));
+    std::vector<std::string> found;
+    for (const ConfigTarget& target : candidates) {
+        const auto doc = peek_config(target);
+        if (doc && runs_our_hooks(*doc)) found.push_back(target.shown);
+    }
+    return found;
+}
+
+// Cursor and Copilot also run Claude Code's hooks, so our hooks in both places would run twice
+// for one event there.
+bool also_runs_claude_hooks(const AgentSpec& agent) {
+    return agent.name == "cursor" || agent.name == "copilot";
+}
+
+std::string program_to_run() {
+    const std::string self = platform::executable_path();
+    const auto on_path = platform::find_program("orvane-tamblo");
+    if (on_path && platform::same_file(*on_path, self)) return *on_path;
+    if (!on_path) {
+        platform::write_stderr(std::string(kPrefix) +
+                               "warning: orvane-tamblo is not on PATH, and the hooks find "
+                               "their host through PATH: put " +
+                               self +
+                               "'s directory on PATH, or install it (cmake "
+                               "--install build)\n");
+    } else {
+        platform::write_stderr(std::string(kPrefix) + "warning: the orvane-tamblo on PATH is " +
+                               *on_path + ", not this program (" + self +
+                               "): the hooks will ask that one for their facts\n");
+    }
+    return self;
+}
+
+struct Step {
+    LoadedConfig loaded;
+    Change change;
+    std::string what;  // what the change does, for the report
+};
+
+std::string describe_hooks(const HookCounts& counts, bool uninstall) {
+    const int n = uninstall ? counts.removed : counts.added + counts.updated;
+    std::string text = std::to_string(n) + (n == 1 ? " hook " : " hooks ");
+    if (uninstall) return text + "removed";
+    if (counts.updated == 0) return text + "added";
+    if (counts.added == 0) return text + "pointed at this program";
+    return std::to_string(counts.added) + " hooks added, " + std::to_string(counts.updated) +
+           " pointed at this program";
+}
+
+std::string report_line(const Step& step) {
+    const std::string& shown = step.loaded.target.shown;
+    switch (step.change.action) {
+        case Action::none:
+            return shown + ": already as wanted, not changed";
+        case Action::write:
+            return shown + ": " + step.what +
+                   (step.loaded.exists ? " (the previous file is kept as " + shown + ".bak)" : "");
+        case Action::restore:
+            return shown + ": " + step.what + "; the file is back as it was before (" + shown +
+                   ".bak keeps the one with them)";
+        case Action::remove:
+            return shown + ": " + step.what + "; removed the file, which held nothing else";
+    }
+    return shown;
+}
+
+std::string dry_run_text(const Step& step) {
+    const std::string& shown = step.loaded.target.shown;
+    switch (step.change.action) {
+        case Action::none:
+            return shown + ": already as wanted, nothing to change\n";
+        case Action::remove:
+            return "would remove " + shown + " (" + step.what + ")\n";
+        default:
+            return "would write " + shown + " (" + step.what + "):\n" + step.change.content;
+    }
+}
+
+// Runs `change`, naming the file in a ConfigError it throws.
+template <typename Change>
+Json in_shape(const LoadedConfig& loaded, Change change) {
+    try {
+        return change();
+    } catch (const ConfigError& e) {
+        throw ConfigError(loaded.target.shown + " " + e.what() + "; it was left as it is");
+    }
+}
+
+// Builds every step before anything is written, so that one file we cannot use changes nothing.
+std::vector<Step> plan(const InstallOptions& options, const AgentSpec& agent, const Places& places,
+                       std::vector<std::string>& notes) {
+    std::vector<Step> steps;
+    const bool uninstall = options.uninstall;
+
+    bool hooks_wanted = true;
+    if (!uninstall && also_runs_claude_hooks(agent)) {
+        const auto claude = files_running_our_hooks(places, *find_agent("claude"), true);
+        if (!claude.empty()) {
+            hooks_wanted = false;
+            notes.push_back(
+                std::string(agent.title) + " also runs the hooks in " + claude[0] +
+                ", which already run orvane-tamblo, so " + hooks_file(places, agent).shown +
+                " was left as it is: no hook runs twice. To give " + std::string(agent.title) +
+                " hooks of its own instead, first run: orvane-tamblo install-hooks "
+                "--agent claude --uninstall" +
+                (places.user_scope ? " --scope user" : ""));
+        }
+    }
+    if (!uninstall && agent.name == "claude") {
+        for (const AgentSpec& other : agents()) {
+            if (!also_runs_claude_hooks(other)) continue;
+            const auto theirs = files_running_our_hooks(places, other);
+            if (theirs.empty()) continue;
+            throw ConfigError(std::string(other.title) +
+                              " runs the hooks in Claude Code's "
+                              "settings too, and " +
+                              theirs[0] +
+                              " already runs orvane-tamblo: with both, each hook would run twice "
+                              "there. Take those out first (orvane-tamblo install-hooks --agent " +
+                              std::string(other.name) + " --uninstall" +
+                              (theirs[0].starts_with("~/") ? " --scope user" : "") + ")");
+        }
+    }
+
+    const std::string program = uninstall ? std::string() : program_to_run();
+    if (hooks_wanted) {
+        LoadedConfig loaded = load_config(hooks_file(places, agent));
+        HookCounts counts;
+        const Json updated = in_shape(loaded, [&] {
+            return uninstall ? remove_hooks(loaded.doc, agent, counts)
+                             : add_hooks(loaded.doc, agent, platform::shell_quote(program), counts);
+        });
+        Change change = plan_change(loaded, updated, uninstall, &runs_our_hooks);
+        steps.push_back({std::move(loaded), std::move(change), describe_hooks(counts, uninstall)});
+    }
+
+    LoadedConfig loaded = load_config(mcp_file(places, agent));
+    bool changed = false;
+    Json updated = loaded.doc;
+    std::string what = "MCP server orvane-tamblo registered";
+    if (!uninstall) {
+        updated = in_shape(loaded, [&] { return add_mcp_server(loaded.doc, program, changed); });
+    } else {
+        // Another agent may read the same file (Claude Code and Copilot share .mcp.json).
+        std::string still_used_by;
+        for (const AgentSpec& other : agents()) {
+            if (other.name == agent.name) continue;
+            if (mcp_file(places, other).path != loaded.target.path) continue;
+            if (!files_running_our_hooks(places, other).empty()) still_used_by = other.title;
+        }
+        if (still_used_by.empty()) {
+            updated = remove_mcp_server(loaded.doc, changed);
+            what = "MCP server orvane-tamblo removed";
+        } else if (has_mcp_server(loaded.doc)) {
+            notes.push_back(loaded.target.shown + " keeps the MCP server orvane-tamblo: " +
+                            still_used_by + "'s installation uses it too");
+        }
+    }
+    Change change = plan_change(loaded, updated, uninstall, &has_mcp_server);
+    steps.push_back({std::move(loaded), std::move(change), what});
+    return steps;
+}
+
+}  // namespace
+
+int cmd_install_hooks(const InstallOptions& options) {
+    const AgentSpec* agent = find_agent(options.agent);
+    if (agent == nullptr) {
+        platform::write_stderr(std::string(kPrefix) + "unknown agent " + options.agent + "\n");
+        return 2;
+    }
+    try {
+        Places places{platform::current_directory(), platform::home_directory(),
+                      options.scope == "user"};
+        std::vector<std::string> notes;
+        std::vector<Step> steps = plan(options, *agent, places, notes);
+
+        std::string out;
+        if (options.dry_run) {
+            for (const Step& step : steps) out += dry_run_text(step);
+        } else {
+            out = std::string(agent->title) + (options.uninstall ? ", uninstalled" : "") + " (" +
+                  options.scope + " scope):\n";
+            for (const Step& step : steps) {
+                apply_change(step.loaded, step.change);
+                out += "  " + report_line(step) + "\n";
+            }
+        }
+        for (const std::string& note : notes) {
+            platform::write_stderr(std::string(kPrefix) + "note: " + note + "\n");
+        }
+        platform::write_stdout(out);
+        return 0;
+    } catch (const std::exception& e) {
+        try {
+            platform::write_stderr(std::string(kPrefix) + e.what() + "\n");
+        } catch (...) {
+        }
+        return 1;
+    }
+}
+
+}  // namespace host::install

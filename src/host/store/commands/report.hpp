@@ -1,0 +1,32 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace host::store::commands {
+
+inline constexpr int kUsageStatus = 2;    // as for the parser's own errors
+inline constexpr int kFailureStatus = 1;  // the store could not answer
+
+// Writes "<command>: error: <message>" as one line on standard error; returns `status`.
+int report_error(std::string_view command, std::string_view message, int status);
+
+// A usage error: the message, where to read more, and kUsageStatus.
+int usage_error(std::string_view command, std::string_view message);
+
+// Writes the answer to standard output; 0, or kFailureStatus (reported) when it cannot be
+// written.
+int answer(std::string_view command, const std::string& text);
+
+// Runs `body`, turning any failure into its one line on standard error and kFailureStatus.
+template <typename Body>
+int guarded(std::string_view command, Body&& body) {
+    try {
+        return body();
+    } catch (const std::exception& e) {
+        return report_error(command, e.what(), kFailureStatus);
+    }
+}
+
+}  // namespace host::store::commands

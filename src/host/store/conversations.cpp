@@ -1,0 +1,163 @@
+#include <unordered_set>
+
+#include "host/store/store.hpp"
+#include "host/store/turn_facts.hpp"
+#include "platform/random.hpp"
+
+namespace host::store {
+
+namespace {
+
+constexpr std::int64_t kDayMs = 24LL * 3600 * 1000;
+constexpr std::size_t kGoals = 5;
+constexpr std::size_t kGoalChars = 500;
+constexpr std::size_t kActivityLines = 10;
+constexpr std::size_t kFiles = 20;
+
+// A random (version 4) UUID, the form agents give their own session ids.
+std::string generated_session_id() {
+    const std::uint64_t hi = platform::random_u64();
+    const std::uint64_t lo = platform::random_u64();
+    unsigned char bytes[16];
+    for (int i = 0; i < 8; ++i) {
+        bytes[i] = static_cast<unsigned char>(hi >> (56 - 8 * i));
+        bytes[8 + i] = static_cast<unsigned char>(lo >> (56 - 8 * i));
+    }
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::string id;
+    for (int i = 0; i < 16; ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) id += '-';
+        id += kHex[bytes[i] >> 4];
+        id += kHex[bytes[i] & 0xF];
+    }
+    return id;
+}
+
+std::optional<std::string> most_recent_active(Database& db, std::int64_t since) {
+    Statement stmt = db.prepare(
+        "SELECT id FROM sessions WHERE status IN ('active', 'compacted') AND last_activity >= ?1 "
+        "ORDER BY last_activity DESC, rowid DESC LIMIT 1");
+    stmt.bind(1, since);
+    if (!stmt.step()) return std::nullopt;
+    return std::string(stmt.text(0));
+}
+
+}  // namespace
+
+std::string Store::log_turn(const std::optional<std::string>& session_id, const Turn& turn) {
+    Database& database = db();
+    std::optional<ToolTurnFacts> facts;
+    if (turn.type == TurnType::tool) {
+        facts = describe_tool_turn(turn.tool_name, turn.tool_input, location_.root);
+    }
+    const std::int64_t now = now_ms();
+    Transaction transaction(database, true);
+    prune_if_due(now);
+
+    std::string id;
+    if (session_id) {
+        id = *session_id;
+    } else if (auto recent = most_recent_active(database, now - kDayMs)) {
+        id = std::move(*recent);
+    } else {
+        id = generated_session_id();
+    }
+    // A finalized session that receives a turn is active again: agents keep their id across a
+    // stop and a compaction.
+    database
+        .prepare(
+            "INSERT INTO sessions(id, status, started_at, last_activity, turns) "
+            "VALUES(?1, 'active', ?2, ?2, 1) ON CONFLICT(id) DO UPDATE SET status='active', "
+            "ended_at=NULL, last_activity=max(last_activity, excluded.last_activity), "
+            "turns=turns+1")
+        .bind(1, id)
+        .bind(2, now)
+        .run();
+
+    Statement insert = database.prepare(
+        "INSERT INTO turns(session_id, at, type, prompt, tool_name, tool_input, tool_result, "
+        "activity, file) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
+    insert.bind(1, id).bind(2, now);
+    if (turn.type == TurnType::user) {
+        insert.bind(3, "user").bind(4, turn.prompt);
+    } else {
+        insert.bind(3, "tool").bind(5, turn.tool_name).bind(6, turn.tool_input);
+        insert.bind(7, turn.tool_result).bind(8, facts->activity).bind(9, facts->file);
+    }
+    insert.run();
+    transaction.commit();
+    return id;
+}
+
+std::optional<std::string> Store::finalize_session(const std::optional<std::string>& session_id,
+                                                   const std::string& status) {
+    Database& database = db();
+    const std::int64_t now = now_ms();
+    Transaction transaction(database, true);
+    prune_if_due(now);
+    std::optional<std::string> id = session_id;
+    if (!id) id = most_recent_active(database, 0);
+    if (!id) return std::nullopt;
+    Statement update = database.prepare("UPDATE sessions SET status=?1, ended_at=?2 WHERE id=?3");
+    update.bind(1, status).bind(2, now).bind(3, *id).run();
+    if (database.changes() == 0) {
+        throw StoreError("no session with the id '" + *id + "'");
+    }
+    transaction.commit();
+    return id;
+}
+
+std::vector<SessionInfo> Store::list_sessions(std::int64_t days,
+                                              const std::optional<std::string>& status) {
+    std::vector<SessionInfo> sessions;
+    if (!db_) return sessions;
+    Statement rows =
+        db_->prepare(status ? "SELECT id, status, started_at, last_activity, turns FROM sessions "
+                              "WHERE status IN (?2, ?3) AND last_activity >= ?1 "
+                              "ORDER BY last_activity DESC, rowid DESC"
+                            : "SELECT id, status, started_at, last_activity, turns FROM sessions "
+                              "WHERE last_activity >= ?1 ORDER BY last_activity DESC, rowid DESC");
+    rows.bind(1, now_ms() - days * kDayMs);
+    if (status) {
+        rows.bind(2, *status).bind(3, *status == kStatusActive ? kStatusCompacted : *status);
+    }
+    while (rows.step()) {
+        sessions.push_back({std::string(rows.text(0)), std::string(rows.text(1)), rows.integer(2),
+                            rows.integer(3), rows.integer(4)});
+    }
+    return sessions;
+}
+
+std::optional<SessionContext> Store::session_context(std::string_view session_id) {
+    if (!db_) return std::nullopt;
+    Transaction transaction(*db_, false);
+    Statement known = db_->prepare("SELECT 1 FROM sessions WHERE id=?1");
+    if (!known.bind(1, session_id).step()) return std::nullopt;
+
+    SessionContext context;
+    Statement prompts = db_->prepare(
+        "SELECT prompt FROM turns WHERE session_id=?1 AND type='user' ORDER BY id LIMIT 50");
+    prompts.bind(1, session_id);
+    std::unordered_set<std::string> seen;
+    while (context.goals.size() < kGoals && prompts.step()) {
+        std::string goal = one_line(prompts.text(0), kGoalChars);
+        if (!goal.empty() && seen.insert(goal).second) context.goals.push_back(std::move(goal));
+    }
+
+    Statement activity = db_->prepare(
+        "SELECT activity FROM turns WHERE session_id=?1 AND type='tool' "
+        "ORDER BY id DESC LIMIT ?2");
+    activity.bind(1, session_id).bind(2, static_cast<std::int64_t>(kActivityLines));
+    while (activity.step()) context.recent_activity.emplace_back(activity.text(0));
+
+    Statement files = db_->prepare(
+        "SELECT file FROM turns WHERE session_id=?1 AND file IS NOT NULL "
+        "GROUP BY file ORDER BY max(id) DESC LIMIT ?2");
+    files.bind(1, session_id).bind(2, static_cast<std::int64_t>(kFiles));
+    while (files.step()) context.files_involved.emplace_back(files.text(0));
+    return context;
+}
+
+}  // namespace host::store

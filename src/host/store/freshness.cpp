@@ -1,0 +1,130 @@
+#include "host/store/freshness.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+#include "host/store/location.hpp"
+#include "platform/file_info.hpp"
+#include "platform/fs.hpp"
+#include "platform/os_error.hpp"
+#include "platform/path.hpp"
+#include "support/hash.hpp"
+
+namespace host::store {
+
+namespace {
+
+// Coarser than the modification-time resolution of any file system in use (FAT's is 2 s): a file
+// written this close to its storing may change again within the same time stamp.
+constexpr std::int64_t kRacyWindowNs = 2'000'000'000;
+
+// `target` as a path: relative ones below `root`, built in `buffer` to spare an allocation per
+// file when thousands are checked.
+const std::string& path_of(const std::string& root, std::string_view target, std::string& buffer) {
+    buffer.clear();
+    if (!platform::is_absolute_path(target)) {
+        buffer += root;
+        if (!buffer.empty() && buffer.back() != '/') buffer += '/';
+    }
+    buffer += target;
+    return buffer;
+}
+
+// The canonical path when it lies inside `root`; nullopt otherwise (or when it cannot be had).
+std::optional<std::string> inside_path(const std::string& root, const std::string& path) {
+    std::string canonical;
+    try {
+        canonical = platform::canonical_path(path);
+    } catch (const platform::OsError&) {
+        return std::nullopt;
+    } catch (const std::invalid_argument&) {
+        return std::nullopt;
+    }
+    if (!is_inside(root, canonical)) return std::nullopt;
+    return canonical;
+}
+
+std::optional<std::uint64_t> hash_of(const std::string& path) {
+    support::ContentHash hash;
+    if (!platform::read_file_chunks(path, [&](std::string_view chunk) { hash.update(chunk); })) {
+        return std::nullopt;
+    }
+    return hash.value();
+}
+
+}  // namespace
+
+std::optional<FileRecord> capture_file(const std::string& root, const std::string& target) {
+    if (target.empty()) return std::nullopt;
+    std::string buffer;
+    const auto path = inside_path(root, path_of(root, target, buffer));
+    if (!path) return std::nullopt;
+    const auto signature = platform::file_signature(*path);
+    if (!signature) return std::nullopt;
+    const auto hash = hash_of(*path);
+    if (!hash) return std::nullopt;
+    return FileRecord{signature->size, signature->mtime_ns, *hash};
+}
+
+namespace {
+
+bool fresh_with(const std::string& root, std::string_view target, const FileRecord& record,
+                std::int64_t stored_at_ms, std::string& buffer) {
+    const std::string& path = path_of(root, target, buffer);
+    const auto signature = platform::file_signature(path);
+    if (!signature || signature->size != record.size) return false;
+    const bool racy = record.mtime_ns >= stored_at_ms * 1'000'000 - kRacyWindowNs;
+    if (signature->mtime_ns == record.mtime_ns && !racy) return true;
+    // Only files inside the repository are read.
+    const auto inside = inside_path(root, path);
+    if (!inside) return false;
+    const auto hash = hash_of(*inside);
+    return hash && *hash == record.hash;
+}
+
+// Below this many checks per thread, starting a thread costs more than it saves.
+constexpr std::size_t kChecksPerThread = 1024;
+constexpr unsigned kMaxThreads = 8;
+
+}  // namespace
+
+bool still_fresh(const std::string& root, std::string_view target, const FileRecord& record,
+                 std::int64_t stored_at_ms) {
+    std::string buffer;
+    return fresh_with(root, target, record, stored_at_ms, buffer);
+}
+
+void check_freshness(const std::string& root, std::vector<FreshnessCheck>& checks) {
+    const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
+    const auto threads = static_cast<unsigned>(
+        std::min<std::size_t>({cores, kMaxThreads, checks.size() / kChecksPerThread + 1}));
+    std::atomic<std::size_t> next{0};
+    constexpr std::size_t kChunk = 256;
+    auto work = [&] {
+        std::string buffer;
+        for (;;) {
+            const std::size_t begin = next.fetch_add(kChunk);
+            if (begin >= checks.size()) return;
+            const std::size_t end = std::min(begin + kChunk, checks.size());
+            for (std::size_t i = begin; i < end; ++i) {
+                FreshnessCheck& c = checks[i];
+                c.fresh = fresh_with(root, c.target, c.record, c.stored_at_ms, buffer);
+            }
+        }
+    };
+    std::vector<std::thread> helpers;
+    for (unsigned i = 1; i < threads; ++i) {
+        try {
+            helpers.emplace_back(work);
+        } catch (const std::system_error&) {
+            break;  // no more threads to be had: the others do the work
+        }
+    }
+    work();
+    for (auto& helper : helpers) helper.join();
+}
+
+}  // namespace host::store

@@ -1,0 +1,147 @@
+#include "host/store/store.hpp"
+
+#include <cmath>
+#include <cstdio>
+
+#include "host/store/schema.hpp"
+#include "platform/clock.hpp"
+#include "platform/dirs.hpp"
+#include "platform/file_info.hpp"
+#include "platform/os_error.hpp"
+#include "platform/random.hpp"
+
+namespace host::store {
+
+namespace {
+
+// Builds the first database beside its final name and links it into place, so that concurrent
+// runs never see a database without its schema, and of several racing creators one wins whole.
+void create_database(const StoreLocation& location) {
+    char suffix[32];
+    const int n = std::snprintf(suffix, sizeof suffix, ".new-%016llx",
+                                static_cast<unsigned long long>(platform::random_u64()));
+    const std::string temp = location.db_path + std::string(suffix, static_cast<std::size_t>(n));
+    try {
+        {
+            Database db(temp, kStoreDisplayPath, Database::Mode::create);
+            // WAL lets readers and one writer work at once; the mode is kept in the file.
+            db.exec("PRAGMA journal_mode=WAL");
+            schema::migrate(db);
+        }
+        platform::link_no_replace(temp, location.db_path);
+    } catch (const platform::OsError& e) {
+        platform::remove_file(temp);
+        throw StoreError(e.what());
+    } catch (...) {
+        platform::remove_file(temp);
+        throw;
+    }
+    platform::remove_file(temp);
+}
+
+// Settings of every connection (none of them is kept in the file).
+void configure(Database& db, bool write) {
+    // A run reads each page about once: a small cache keeps a scan of a large store from growing
+    // the process by the size of the database.
+    db.exec("PRAGMA cell_size_check=ON; PRAGMA cache_size=-64");
+    // In WAL mode, NORMAL syncs at checkpoints only: a power loss may take the last turns, never
+    // the database.
+    if (write) db.exec("PRAGMA synchronous=NORMAL");
+}
+
+}  // namespace
+
+std::int64_t now_ms() {
+    return std::llround(platform::epoch_seconds() * 1000.0);
+}
+
+Store Store::open(Access access, const std::string& root) {
+    const bool write = access == Access::write;
+    Store store;
+    store.location_ = locate_store(root, write);
+    // Honoured even where the permissions would not stop us (as root): the user meant it.
+    if (write && store.location_.exists && platform::is_read_only(store.location_.db_path)) {
+        throw StoreError(std::string(kStoreDisplayPath) + ": the file is read-only");
+    }
+    if (!store.location_.exists) {
+        if (!write) return store;
+        create_database(store.location_);
+        store.location_.exists = true;
+    }
+    Database db(store.location_.db_path, kStoreDisplayPath,
+                write ? Database::Mode::read_write : Database::Mode::read_only);
+    configure(db, write);
+    switch (schema::inspect(db)) {
+        case schema::State::current:
+            break;
+        case schema::State::empty:
+            if (!write) return store;  // a database with nothing in it yet reads as empty
+            schema::migrate(db);
+            break;
+        case schema::State::older:
+            if (!write) return open(Access::write, root);  // migrating needs the write lock
+            schema::migrate(db);
+            break;
+    }
+    store.db_ = std::move(db);
+    return store;
+}
+
+Database& Store::db() {
+    if (!db_) throw StoreError(std::string(kStoreDisplayPath) + ": no store to write to");
+    return *db_;
+}
+
+void Store::prune_if_due(std::int64_t now) {
+    Database& database = db();
+    {
+        Statement last = database.prepare("SELECT value FROM meta WHERE key='last_prune'");
+        // A time in the future means the clock went back: prune rather than wait for it.
+        if (last.step() && now - last.integer(0) < kPruneIntervalMs && last.integer(0) <= now) {
+            return;
+        }
+    }
+    const std::int64_t cutoff = now - kSessionRetentionMs;
+    // A bounded share per write: the hooks give a write a few seconds, and a run killed in the
+    // middle of a large deletion would undo it and leave it to every later write. What is left
+    // over goes with the next writes, before the day's mark is set.
+    database
+        .prepare(
+            "DELETE FROM turns WHERE id IN (SELECT turns.id FROM sessions "
+            "JOIN turns ON turns.session_id=sessions.id WHERE sessions.last_activity < ?1 "
+            "LIMIT ?2)")
+        .bind(1, cutoff)
+        .bind(2, kPruneTurnsPerWrite)
+        .run();
+    if (database.changes() >= kPruneTurnsPerWrite) return;
+    database
+        .prepare(
+            "DELETE FROM sessions WHERE last_activity < ?1 AND NOT EXISTS "
+            "(SELECT 1 FROM turns WHERE turns.session_id=sessions.id)")
+        .bind(1, cutoff)
+        .run();
+    database
+        .prepare(
+            "INSERT INTO meta(key, value) VALUES('last_prune', ?1) "
+            "ON CONFLICT(key) DO UPDATE SET value=excluded.value")
+        .bind(1, now)
+        .run();
+}
+
+StoreCounts Store::counts() {
+    StoreCounts counts;
+    if (!db_) return counts;
+    Statement stmt = db_->prepare(
+        "SELECT (SELECT count(*) FROM understandings), (SELECT count(*) FROM sessions), "
+        "(SELECT count(*) FROM turns), (SELECT count(*) FROM memories)");
+    if (stmt.step()) {
+        counts = {stmt.integer(0), stmt.integer(1), stmt.integer(2), stmt.integer(3)};
+    }
+    return counts;
+}
+
+std::int64_t Store::schema_version() {
+    return db_ ? db_->integer_pragma("user_version") : 0;
+}
+
+}  // namespace host::store

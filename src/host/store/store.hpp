@@ -1,0 +1,153 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/store/location.hpp"
+#include "host/store/sqlite.hpp"
+
+namespace host::store {
+
+// What an agent (or the indexer) knows about one target: a file, or a target of another scope.
+struct Understanding {
+    std::string target;
+    std::string scope = "file";
+    std::string importance = "medium";  // high, medium or low
+    std::optional<std::string> purpose;
+    std::vector<std::string> key_points;
+    std::vector<std::string> gotchas;
+    bool auto_generated = false;    // the indexer's thin entry rather than an agent's analysis
+    std::int64_t stored_at_ms = 0;  // set by the store
+};
+
+struct RecalledUnderstanding {
+    Understanding understanding;
+    bool fresh = true;  // false when the file changed or vanished since it was stored
+};
+
+struct StatsEntry {
+    std::string scope;
+    std::string target;
+    std::string importance;
+    bool fresh = true;
+};
+
+struct UnderstandingStats {
+    std::int64_t total = 0;           // every entry
+    std::vector<StatsEntry> entries;  // stale first, then by importance and recency
+};
+
+enum class TurnType { user, tool };
+
+struct Turn {
+    TurnType type = TurnType::user;
+    std::string prompt;                      // user turns
+    std::string tool_name;                   // tool turns
+    std::optional<std::string> tool_input;   // JSON text, possibly cut and no longer valid
+    std::optional<std::string> tool_result;  // likewise
+};
+
+// A compacted session is still active: the agent compacted its context and goes on in it, so
+// the next session start restores it and a turn without an id attaches to it. A completed one
+// is over until a turn with its id reopens it.
+inline constexpr const char* kStatusActive = "active";
+inline constexpr const char* kStatusCompleted = "completed";
+inline constexpr const char* kStatusCompacted = "compacted";
+
+struct SessionInfo {
+    std::string id;
+    std::string status;
+    std::int64_t started_at_ms = 0;
+    std::int64_t last_activity_ms = 0;
+    std::int64_t turns = 0;
+};
+
+struct SessionContext {
+    std::vector<std::string> goals;            // the first user prompts, one line each
+    std::vector<std::string> recent_activity;  // one line per tool turn, newest first
+    std::vector<std::string> files_involved;   // most recent first, each once
+};
+
+struct Memory {
+    std::string key;
+    std::string value;
+    std::int64_t stored_at_ms = 0;
+};
+
+struct StoreCounts {
+    std::int64_t understandings = 0;
+    std::int64_t sessions = 0;
+    std::int64_t turns = 0;
+    std::int64_t memories = 0;
+};
+
+// How long the history keeps a session after its last activity, and how often that is enforced.
+inline constexpr std::int64_t kSessionRetentionMs = 30LL * 24 * 3600 * 1000;
+inline constexpr std::int64_t kPruneIntervalMs = 24LL * 3600 * 1000;
+inline constexpr std::int64_t kPruneTurnsPerWrite = 2000;
+
+// The repository's store: memory/codebase-index/orvane.db under the working directory. Every
+// method is one short transaction; every failure throws StoreError with a one-line description.
+class Store {
+  public:
+    enum class Access { read, write };
+
+    // A read of a repository without a database is an empty store and creates nothing; a write
+    // creates what is missing. A database that is not ours, damaged, or from a newer release is
+    // refused and left untouched.
+    static Store open(Access access, const std::string& root = ".");
+
+    bool exists() const { return db_.has_value(); }
+    const StoreLocation& location() const { return location_; }
+
+    // Stores or replaces the understanding of (target, scope), with what tells later whether
+    // the file changed.
+    void store_understanding(const Understanding& understanding);
+    // The most recently stored understanding of `target`, in `scope` when given.
+    std::optional<RecalledUnderstanding> recall_understanding(
+        std::string_view target, const std::optional<std::string>& scope = std::nullopt);
+    // Understandings whose target, purpose, key points or gotchas match the words of `query`,
+    // best match first, at most `limit`.
+    std::vector<RecalledUnderstanding> search_understandings(std::string_view query,
+                                                             std::size_t limit);
+    // At most `limit` entries; only stale ones unless `include_fresh`.
+    UnderstandingStats understanding_stats(std::size_t limit, bool include_fresh);
+
+    // Appends the turn and returns the session it went to: `session_id` (started or reopened
+    // as needed), else the most recent active session of the last day, else a new one.
+    std::string log_turn(const std::optional<std::string>& session_id, const Turn& turn);
+    // Ends the session (without an id, the most recent active one) and returns its id; nullopt
+    // when there is no active session to end. Throws for an unknown id.
+    std::optional<std::string> finalize_session(const std::optional<std::string>& session_id,
+                                                const std::string& status);
+    // Sessions with activity within the last `days`, with `status` unless nullopt ("active"
+    // takes the compacted ones too); most recent first.
+    std::vector<SessionInfo> list_sessions(std::int64_t days,
+                                           const std::optional<std::string>& status);
+    // nullopt for an unknown session.
+    std::optional<SessionContext> session_context(std::string_view session_id);
+
+    void remember(const std::string& key, const std::string& value);
+    std::optional<Memory> recall_memory(std::string_view key);
+    std::vector<Memory> list_memories();
+    bool forget(std::string_view key);
+
+    StoreCounts counts();
+    std::int64_t schema_version();
+
+  private:
+    Store() = default;
+    Database& db();
+    void prune_if_due(std::int64_t now_ms);
+
+    StoreLocation location_;
+    std::optional<Database> db_;
+};
+
+// Milliseconds since the Unix epoch, the store's clock.
+std::int64_t now_ms();
+
+}  // namespace host::store

@@ -1,0 +1,171 @@
+#include <algorithm>
+
+#include "host/store/freshness.hpp"
+#include "host/store/listing.hpp"
+#include "host/store/store.hpp"
+
+namespace host::store {
+
+namespace {
+
+constexpr std::int64_t kKeyPoint = 0;
+constexpr std::int64_t kGotcha = 1;
+
+Listing listing_of(const Statement& row, int column) {
+    auto listing = decode_listing(row.blob(column));
+    if (!listing) throw StoreError(std::string(kStoreDisplayPath) + ": a damaged entry");
+    return *listing;
+}
+
+// An entry competing for a place in the stats list.
+struct Candidate {
+    bool fresh;
+    int rank;
+    std::int64_t stored_at;
+    std::int64_t id;
+};
+
+// Stale first, then more important, then more recent (then the later stored, for a stable order).
+bool listed_before(const Candidate& a, const Candidate& b) {
+    if (a.fresh != b.fresh) return !a.fresh;
+    if (a.rank != b.rank) return a.rank < b.rank;
+    if (a.stored_at != b.stored_at) return a.stored_at > b.stored_at;
+    return a.id > b.id;
+}
+
+}  // namespace
+
+void Store::store_understanding(const Understanding& u) {
+    Database& database = db();
+    // Read the file before taking the write lock, which other runs may be waiting for.
+    const auto file = capture_file(location_.root, u.target);
+    const std::int64_t now = now_ms();
+    Transaction transaction(database, true);
+    prune_if_due(now);
+    Statement upsert = database.prepare(
+        "INSERT INTO understandings(target, scope, importance, purpose, auto_generated, "
+        "stored_at, listing) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7) "
+        "ON CONFLICT(target, scope) DO UPDATE SET importance=excluded.importance, "
+        "purpose=excluded.purpose, auto_generated=excluded.auto_generated, "
+        "stored_at=excluded.stored_at, listing=excluded.listing RETURNING id");
+    upsert.bind(1, u.target).bind(2, u.scope).bind(3, u.importance).bind(4, u.purpose);
+    upsert.bind(5, std::int64_t{u.auto_generated}).bind(6, now);
+    upsert.bind_blob(7, encode_listing({importance_rank(u.importance), now, file, u.target}));
+    if (!upsert.step()) database.fail();
+    const std::int64_t id = upsert.integer(0);
+    upsert.run();
+
+    database.prepare("DELETE FROM understanding_notes WHERE understanding_id=?1").bind(1, id).run();
+    Statement note = database.prepare(
+        "INSERT INTO understanding_notes(understanding_id, kind, position, text) "
+        "VALUES(?1, ?2, ?3, ?4)");
+    for (const auto& [kind, texts] : {std::pair{kKeyPoint, &u.key_points}, {kGotcha, &u.gotchas}}) {
+        for (std::size_t i = 0; i < texts->size(); ++i) {
+            note.bind(1, id).bind(2, kind).bind(3, static_cast<std::int64_t>(i));
+            note.bind(4, (*texts)[i]);
+            note.run();
+            note.reset();
+        }
+    }
+    transaction.commit();
+}
+
+std::optional<RecalledUnderstanding> Store::recall_understanding(
+    std::string_view target, const std::optional<std::string>& scope) {
+    if (!db_) return std::nullopt;
+    Transaction transaction(*db_, false);
+    Statement row = db_->prepare(
+        "SELECT id, scope, importance, purpose, auto_generated, stored_at, listing "
+        "FROM understandings WHERE target=?1 AND (?2 IS NULL OR scope=?2) "
+        "ORDER BY stored_at DESC, id DESC LIMIT 1");
+    row.bind(1, target).bind(2, scope);
+    if (!row.step()) return std::nullopt;
+
+    RecalledUnderstanding result;
+    Understanding& u = result.understanding;
+    u.target = target;
+    u.scope = row.text(1);
+    u.importance = row.text(2);
+    u.purpose = row.optional_text(3);
+    u.auto_generated = row.integer(4) != 0;
+    u.stored_at_ms = row.integer(5);
+    if (const auto file = listing_of(row, 6).file) {
+        result.fresh = still_fresh(location_.root, u.target, *file, u.stored_at_ms);
+    }
+
+    Statement notes = db_->prepare(
+        "SELECT kind, text FROM understanding_notes WHERE understanding_id=?1 "
+        "ORDER BY kind, position");
+    notes.bind(1, row.integer(0));
+    while (notes.step()) {
+        (notes.integer(0) == kGotcha ? u.gotchas : u.key_points).emplace_back(notes.text(1));
+    }
+    return result;
+}
+
+UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fresh) {
+    UnderstandingStats stats;
+    if (!db_) return stats;
+    Transaction transaction(*db_, false);
+    Statement rows = db_->prepare("SELECT id, listing FROM understandings");
+    // The `limit` best so far, as a heap with the worst on top.
+    std::vector<Candidate> best;
+    best.reserve(limit + 1);
+    auto consider = [&](const Candidate& c) {
+        if ((c.fresh && !include_fresh) || limit == 0) return;
+        if (best.size() == limit && !listed_before(c, best.front())) return;
+        best.push_back(c);
+        std::push_heap(best.begin(), best.end(), listed_before);
+        if (best.size() > limit) {
+            std::pop_heap(best.begin(), best.end(), listed_before);
+            best.pop_back();
+        }
+    };
+
+    // Entries come in batches whose file checks, most of the cost of a large store, run side by
+    // side; a batch at a time keeps the memory small whatever the size of the store.
+    constexpr std::size_t kBatch = 2048;
+    std::vector<Candidate> batch;
+    std::vector<FreshnessCheck> checks;
+    std::vector<std::size_t> checked;  // the batch entry of each check
+    std::vector<std::size_t> offsets;  // each check's target in `targets`: start, length
+    std::string targets;
+    bool more = true;
+    while (more) {
+        batch.clear();
+        checks.clear();
+        checked.clear();
+        offsets.clear();
+        targets.clear();
+        while (batch.size() < kBatch && (more = rows.step())) {
+            const Listing listing = listing_of(rows, 1);
+            batch.push_back({true, listing.rank, listing.stored_at_ms, rows.integer(0)});
+            if (listing.file) {
+                checks.push_back({{}, *listing.file, listing.stored_at_ms, true});
+                checked.push_back(batch.size() - 1);
+                offsets.insert(offsets.end(), {targets.size(), listing.target.size()});
+                targets += listing.target;
+            }
+        }
+        for (std::size_t i = 0; i < checks.size(); ++i) {
+            checks[i].target = std::string_view(targets).substr(offsets[2 * i], offsets[2 * i + 1]);
+        }
+        check_freshness(location_.root, checks);
+        for (std::size_t i = 0; i < checks.size(); ++i) batch[checked[i]].fresh = checks[i].fresh;
+        stats.total += static_cast<std::int64_t>(batch.size());
+        for (const Candidate& c : batch) consider(c);
+    }
+
+    std::sort_heap(best.begin(), best.end(), listed_before);
+    Statement entry =
+        db_->prepare("SELECT scope, target, importance FROM understandings WHERE id=?1");
+    for (const Candidate& c : best) {
+        if (!entry.bind(1, c.id).step()) db_->fail();
+        stats.entries.push_back({std::string(entry.text(0)), std::string(entry.text(1)),
+                                 std::string(entry.text(2)), c.fresh});
+        entry.reset();
+    }
+    return stats;
+}
+
+}  // namespace host::store

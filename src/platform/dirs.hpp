@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// Creates the directory `path` (its parent must exist). Returns false when something already
+// stands at `path`, whatever it is: the caller inspects it. A link standing there is never
+// followed. Throws OsError for any other failure.
+bool make_directory(const std::string& path);
+
+// Creates the file `path` holding `content`, unless anything (a file, a link, even a dangling one)
+// already stands there; returns whether it was created. The content appears whole or not at all:
+// it is written to a temporary file beside `path` and then linked into place, so a concurrent
+// reader never sees a partial file. Throws OsError for any other failure.
+bool create_file_no_replace(const std::string& path, std::string_view content);
+
+}  // namespace platform
+
+namespace platform {
+
+// Gives the file `existing` the second name `new_path` unless anything stands there already;
+// returns whether it did. Throws OsError for any other failure.
+bool link_no_replace(const std::string& existing, const std::string& new_path);
+
+// Removes the file `path` if it is there (a link itself, never its target).
+void remove_file(const std::string& path) noexcept;
+
+}  // namespace platform

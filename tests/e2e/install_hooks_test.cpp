@@ -1,0 +1,377 @@
+// install-hooks: each agent's file written, merged with the user's own, idempotent, undone
+// exactly, and never written when it cannot be read as JSON or lies behind a link.
+#include <sys/file.h>
+
+#include <algorithm>
+#include <tuple>
+
+#include "harness.hpp"
+#include "support/json.hpp"
+
+namespace e2e {
+namespace {
+
+using support::Json;
+using Hook = std::tuple<std::string, std::string, std::string>;  // event, matcher, command
+
+// The program as the written files name it: in a hook command (with forward slashes on Windows,
+// which the agents' shells take) and as the MCP server's command, in JSON.
+std::string command_path() {
+    std::string path = native(binary());
+    if (windows_build()) std::replace(path.begin(), path.end(), '\\', '/');
+    return path;
+}
+std::string json_path() {
+    std::string escaped;
+    for (const char c : native(binary()))
+        escaped += c == '\\' ? std::string("\\\\") : std::string(1, c);
+    return escaped;
+}
+const std::string kBin = command_path();
+const std::string kJsonBin = json_path();
+
+struct AgentCase {
+    std::string agent;
+    std::string hooks_file;  // relative to the repository
+    std::string mcp_file;    // relative to the repository, or to the home directory after "~/"
+    std::vector<Hook> hooks;
+    std::string user_hooks;  // a file of the user's own, in the agent's shape
+    std::string user_mcp;
+};
+
+std::vector<AgentCase> agent_cases() {
+    return {
+        {"claude",
+         ".claude/settings.json",
+         ".mcp.json",
+         {{"SessionStart", "startup|resume", "session-start"},
+          {"SessionStart", "compact", "restore-compact"},
+          {"PreToolUse", "Read", "check-cache"},
+          {"PreToolUse", "Grep|Glob", "suggest-tamblo"},
+          {"PostToolUse", "Edit|Write|MultiEdit", "refresh-cache"},
+          {"PostToolUse", "", "log-conversation --type tool"},
+          {"UserPromptSubmit", "", "log-conversation --type user"},
+          {"SessionEnd", "", "finalize"}},
+         R"({"permissions": {"allow": ["Read", "WebFetch"]}, "hooks": {"PreToolUse": [{"matcher": )"
+         R"("Bash", "hooks": [{"type": "command", "command": "./check.sh"}]}], "Stop": [{"hooks": )"
+         R"([{"type": "command", "command": "say done"}]}]}, "model": "x"})",
+         R"({"mcpServers": {"other": {"command": "other-server"}}})"},
+        {"copilot",
+         ".github/hooks/orvane-tamblo.json",
+         ".mcp.json",
+         {{"userPromptSubmitted", "", "log-conversation --type user --agent copilot"},
+          {"sessionEnd", "", "finalize --agent copilot"}},
+         R"({"version": 1, "hooks": {"sessionEnd": [{"type": "command", "bash": "./bye.sh"}]},)"
+         R"( "note": "mine"})",
+         "{\n    \"mcpServers\": {}\n}\n"},
+        {"cursor",
+         ".cursor/hooks.json",
+         ".cursor/mcp.json",
+         {{"beforeSubmitPrompt", "", "log-conversation --type user --agent cursor"},
+          {"postToolUse", "", "log-conversation --type tool --agent cursor"},
+          {"sessionEnd", "", "finalize --agent cursor"}},
+         R"({"version": 1, "hooks": {"beforeSubmitPrompt": [{"command": "./audit.sh"}], )"
+         R"("afterFileEdit": [{"command": "./fmt.sh"}]}})",
+         R"({"mcpServers": {"db": {"command": "db-mcp", "args": ["--ro"]}}})"},
+        {"windsurf",
+         ".windsurf/hooks.json",
+         "~/.codeium/windsurf/mcp_config.json",
+         {{"pre_user_prompt", "", "inject-context --agent windsurf"}},
+         R"({"hooks": {"pre_user_prompt": [{"command": "./guard.sh", "show_output": false}], )"
+         R"("post_write_code": [{"command": "./fmt.sh"}]}})",
+         R"({"mcpServers": {"é-server": {"command": "x"}}})"},
+    };
+}
+
+// Every hook command in a hook file of any agent's shape, in file order.
+std::vector<Hook> hooks_in(const Json& doc) {
+    std::vector<Hook> out;
+    for (const auto& [event, list] : doc.find("hooks")->members()) {
+        for (const Json& entry : list.elements()) {
+            if (const Json* inner = entry.find("hooks")) {
+                const Json* matcher = entry.find("matcher");
+                for (const Json& h : inner->elements()) {
+                    out.emplace_back(event, matcher ? matcher->as_string() : "",
+                                     h.find("command")->as_string());
+                }
+            } else {
+                const Json* command = entry.find("command");
+                out.emplace_back(event, "", (command ? command : entry.find("bash"))->as_string());
+            }
+        }
+    }
+    return out;
+}
+
+class InstallHooks : public HookTest {
+  protected:
+    // Wine keeps %USERPROFILE% at its prefix's own profile, whatever the environment says, so the
+    // tests that write there on Windows take turns and leave it as they found it.
+    void SetUp() override {
+        HookTest::SetUp();
+        if (!windows_build()) return;
+        const fs::path users = fs::path(std::getenv("WINEPREFIX")) / "drive_c/users";
+        for (const auto& user : fs::directory_iterator(users)) {
+            if (fs::exists(user.path() / "AppData") && user.path().filename() != "Public") {
+                home_ = user.path();
+            }
+        }
+        lock_ = ::open((users.parent_path() / "home.lock").c_str(), O_CREAT | O_RDWR, 0644);
+        ::flock(lock_, LOCK_EX);
+        clear_home();
+    }
+    void TearDown() override {
+        if (lock_ >= 0) {
+            clear_home();
+            ::close(lock_);
+        }
+        HookTest::TearDown();
+    }
+    void clear_home() const {
+        for (const char* name : {".claude", ".claude.json", ".codeium"})
+            fs::remove_all(home() / name);
+    }
+    fs::path home() const { return windows_build() ? home_ : root_ / "home"; }
+
+    HookRun install(const std::string& agent, std::vector<std::string> extra = {}) {
+        std::vector<std::string> args = {"install-hooks", "--agent", agent};
+        args.insert(args.end(), extra.begin(), extra.end());
+        RunOptions options;
+        // This build is the orvane-tamblo on PATH, as for a user who installed it.
+        options.env["PATH"] = fs::path(binary()).parent_path().string() + ":/usr/bin:/bin";
+        return run(args, options);
+    }
+    fs::path place(const std::string& file) const {
+        return file.starts_with("~/") ? home() / file.substr(2) : repo_ / file;
+    }
+    std::string content(const std::string& file) const { return read_file(place(file)); }
+    void put(const std::string& file, const std::string& text) const {
+        fs::create_directories(place(file).parent_path());
+        write_file(place(file), text);
+    }
+
+    fs::path home_;
+    int lock_ = -1;
+};
+
+TEST_F(InstallHooks, EmptyRepositoryGetsEachAgentsEventsAndServer) {
+    for (const AgentCase& c : agent_cases()) {
+        SCOPED_TRACE(c.agent);
+        const HookRun r = install(c.agent);
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.err, "");
+        std::vector<Hook> expected;
+        for (const auto& [event, matcher, invocation] : c.hooks) {
+            expected.emplace_back(event, matcher, kBin + " hooks " + invocation);
+        }
+        const Json doc = support::parse_json(content(c.hooks_file));
+        EXPECT_EQ(hooks_in(doc), expected);
+        if (c.agent == "copilot" || c.agent == "cursor") {
+            EXPECT_EQ(*doc.find("version"), Json(1));
+        }
+        if (c.agent == "claude") {
+            EXPECT_EQ(to_json_text(*doc.find("hooks")->find("SessionEnd")),
+                      R"([{"hooks": [{"type": "command", "command": ")" + kBin +
+                          R"( hooks finalize"}]}])");
+        }
+        if (c.agent == "windsurf") {
+            EXPECT_EQ(
+                *doc.find("hooks")->find("pre_user_prompt")->elements()[0].find("show_output"),
+                Json(true));
+        }
+        EXPECT_EQ(content(c.mcp_file),
+                  "{\n  \"mcpServers\": {\n    \"orvane-tamblo\": {\n"
+                  "      \"command\": \"" +
+                      kJsonBin +
+                      "\",\n      \"args\": [\n"
+                      "        \"mcp\"\n      ]\n    }\n  }\n}\n");
+        EXPECT_FALSE(fs::exists(place(c.hooks_file + ".bak")));
+
+        const std::string hooks_before = content(c.hooks_file);
+        const HookRun again = install(c.agent);
+        EXPECT_EQ(again.status, 0);
+        EXPECT_EQ(content(c.hooks_file), hooks_before);
+        EXPECT_FALSE(fs::exists(place(c.hooks_file + ".bak"))) << "a no-op writes no backup";
+        EXPECT_NE(again.out.find(c.hooks_file + ": already as wanted, not changed"),
+                  std::string::npos)
+            << again.out;
+
+        const HookRun undo = install(c.agent, {"--uninstall"});
+        EXPECT_EQ(undo.status, 0) << undo.err;
+        EXPECT_FALSE(fs::exists(place(c.hooks_file))) << "it held only our entries";
+        EXPECT_FALSE(fs::exists(place(c.mcp_file)));
+    }
+}
+
+TEST_F(InstallHooks, UsersOwnEntriesStayInValueAndOrderAndComeBackExactly) {
+    for (const AgentCase& c : agent_cases()) {
+        SCOPED_TRACE(c.agent);
+        put(c.hooks_file, c.user_hooks);
+        put(c.mcp_file, c.user_mcp);
+        const HookRun r = install(c.agent);
+        ASSERT_EQ(r.status, 0) << r.err;
+
+        const Json user = support::parse_json(c.user_hooks);
+        const Json now = support::parse_json(content(c.hooks_file));
+        ASSERT_GE(now.members().size(), user.members().size());
+        for (std::size_t i = 0; i < user.members().size(); ++i) {
+            const auto& [key, value] = user.members()[i];
+            EXPECT_EQ(now.members()[i].first, key);
+            if (key != "hooks") {
+                EXPECT_EQ(now.members()[i].second, value) << key;
+            }
+        }
+        std::size_t ours = 0;
+        for (const auto& [event, list] : user.find("hooks")->members()) {
+            const Json& merged = *now.find("hooks")->find(event);
+            for (std::size_t i = 0; i < list.size(); ++i) EXPECT_EQ(merged[i], list[i]) << event;
+            ours += merged.size() - list.size();
+        }
+        EXPECT_EQ(hooks_in(now).size(), hooks_in(user).size() + c.hooks.size());
+        EXPECT_LE(ours, c.hooks.size());
+        const Json servers = *support::parse_json(content(c.mcp_file)).find("mcpServers");
+        const Json user_servers = *support::parse_json(c.user_mcp).find("mcpServers");
+        EXPECT_EQ(servers.size(), user_servers.size() + 1);
+        EXPECT_EQ(read_file(place(c.hooks_file + ".bak")), c.user_hooks);
+        EXPECT_EQ(read_file(place(c.mcp_file + ".bak")), c.user_mcp);
+
+        const std::string merged_text = content(c.hooks_file);
+        EXPECT_EQ(install(c.agent).status, 0);
+        EXPECT_EQ(content(c.hooks_file), merged_text);
+        EXPECT_EQ(read_file(place(c.hooks_file + ".bak")), c.user_hooks);
+
+        const HookRun undo = install(c.agent, {"--uninstall"});
+        EXPECT_EQ(undo.status, 0) << undo.err;
+        EXPECT_EQ(content(c.hooks_file), c.user_hooks);
+        EXPECT_EQ(content(c.mcp_file), c.user_mcp);
+        EXPECT_EQ(read_file(place(c.hooks_file + ".bak")), merged_text);
+        fs::remove_all(repo_);
+        if (windows_build()) {
+            clear_home();
+        } else {
+            fs::remove_all(root_ / "home");
+        }
+        fs::create_directories(repo_);
+    }
+}
+
+TEST_F(InstallHooks, InvalidJsonIsRefusedAndNothingIsWritten) {
+    for (const AgentCase& c : agent_cases()) {
+        SCOPED_TRACE(c.agent);
+        for (const std::string bad : {"{\"hooks\": ", "", "[1, 2]", "{\"hooks\": []}"}) {
+            put(c.hooks_file, bad);
+            const HookRun r = install(c.agent);
+            EXPECT_EQ(r.status, 1);
+            EXPECT_EQ(r.out, "");
+            EXPECT_EQ(r.err.rfind("orvane-tamblo install-hooks: " + c.hooks_file, 0), 0u) << r.err;
+            EXPECT_NE(r.err.find("; it was left as it is\n"), std::string::npos) << r.err;
+            EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+            EXPECT_EQ(content(c.hooks_file), bad);
+            EXPECT_FALSE(fs::exists(place(c.hooks_file + ".bak")));
+            EXPECT_FALSE(fs::exists(place(c.mcp_file))) << "no file is written when one is refused";
+        }
+    }
+}
+
+TEST_F(InstallHooks, NoHookRunsTwiceInAgentsThatAlsoRunClaudeCodesHooks) {
+    ASSERT_EQ(install("claude").status, 0);
+    const HookRun cursor = install("cursor");
+    EXPECT_EQ(cursor.status, 0);
+    EXPECT_FALSE(fs::exists(repo_ / ".cursor/hooks.json"));
+    EXPECT_TRUE(fs::exists(repo_ / ".cursor/mcp.json"));
+    EXPECT_EQ(cursor.err,
+              "orvane-tamblo install-hooks: note: Cursor also runs the hooks in "
+              ".claude/settings.json, which already run orvane-tamblo, so .cursor/hooks.json was "
+              "left as it is: no hook runs twice. To give Cursor hooks of its own instead, first "
+              "run: orvane-tamblo install-hooks --agent claude --uninstall\n");
+    ASSERT_EQ(install("copilot").status, 0);
+    EXPECT_FALSE(fs::exists(repo_ / ".github"));
+
+    // Copilot and Claude Code share .mcp.json: taking one out keeps the server for the other.
+    const std::string mcp = content(".mcp.json");
+    const HookRun copilot_out = install("copilot", {"--uninstall"});
+    EXPECT_EQ(copilot_out.err,
+              "orvane-tamblo install-hooks: note: .mcp.json keeps the MCP server "
+              "orvane-tamblo: Claude Code's installation uses it too\n");
+    EXPECT_EQ(content(".mcp.json"), mcp);
+    ASSERT_EQ(install("claude", {"--uninstall"}).status, 0);
+    EXPECT_FALSE(fs::exists(repo_ / ".mcp.json"));
+
+    // The other way round, Claude Code's hooks would double the ones Copilot already runs.
+    ASSERT_EQ(install("copilot").status, 0);
+    const HookRun claude = install("claude");
+    EXPECT_EQ(claude.status, 1);
+    EXPECT_EQ(claude.err,
+              "orvane-tamblo install-hooks: GitHub Copilot runs the hooks in Claude Code's "
+              "settings too, and .github/hooks/orvane-tamblo.json already runs orvane-tamblo: "
+              "with both, each hook would run twice there. Take those out first (orvane-tamblo "
+              "install-hooks --agent copilot --uninstall)\n");
+    EXPECT_FALSE(fs::exists(repo_ / ".claude/settings.json"));
+}
+
+TEST_F(InstallHooks, LinksInTheRepositoryAreNeverWrittenThrough) {
+    const fs::path outside = root_ / "outside";
+    fs::create_directories(outside);
+    fs::create_directory_symlink(outside, repo_ / ".claude");
+    HookRun r = install("claude");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err,
+              "orvane-tamblo install-hooks: .claude is a symbolic link, which "
+              "orvane-tamblo does not follow in a repository, so .claude/settings.json "
+              "was left as it is\n");
+    EXPECT_TRUE(fs::is_empty(outside));
+
+    fs::remove(repo_ / ".claude");
+    fs::create_directories(repo_ / ".cursor");
+    write_file(outside / "hooks.json", "{}");
+    fs::create_symlink(outside / "hooks.json", repo_ / ".cursor/hooks.json");
+    r = install("cursor");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err,
+              "orvane-tamblo install-hooks: .cursor/hooks.json is a symbolic link, which "
+              "orvane-tamblo does not write through; it was left as it is\n");
+    EXPECT_EQ(read_file(outside / "hooks.json"), "{}");
+}
+
+TEST_F(InstallHooks, DryRunPrintsAndWritesNothing) {
+    put(".cursor/hooks.json", R"({"version": 1})");
+    const HookRun r = install("cursor", {"--dry-run"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out,
+              "would write .cursor/hooks.json (3 hooks added):\n{\n  \"version\": 1,\n"
+              "  \"hooks\": {\n    \"beforeSubmitPrompt\": [\n      {\n        \"command\": \"" +
+                  kBin +
+                  " hooks log-conversation --type user --agent cursor\"\n      }\n    ],\n"
+                  "    \"postToolUse\": [\n      {\n        \"command\": \"" +
+                  kBin +
+                  " hooks log-conversation --type tool --agent cursor\"\n      }\n    ],\n"
+                  "    \"sessionEnd\": [\n      {\n        \"command\": \"" +
+                  kBin +
+                  " hooks finalize --agent cursor\"\n      }\n    ]\n  }\n}\n"
+                  "would write .cursor/mcp.json (MCP server orvane-tamblo registered):\n{\n"
+                  "  \"mcpServers\": {\n    \"orvane-tamblo\": {\n      \"command\": \"" +
+                  kJsonBin + "\",\n      \"args\": [\n        \"mcp\"\n      ]\n    }\n  }\n}\n");
+    EXPECT_EQ(read_file(repo_ / ".cursor/hooks.json"), R"({"version": 1})");
+    EXPECT_FALSE(fs::exists(repo_ / ".cursor/mcp.json"));
+}
+
+TEST_F(InstallHooks, UserScopeWritesUnderHomeAndWarnsWhenPathFindsAnotherProgram) {
+    RunOptions options;  // the harness's PATH: the fake host comes first
+    const HookRun r = run({"install-hooks", "--agent", "claude", "--scope", "user"}, options);
+    EXPECT_EQ(r.status, 0);
+    const std::string host_name = windows_build() ? "orvane-tamblo.exe" : "orvane-tamblo";
+    EXPECT_EQ(r.err, "orvane-tamblo install-hooks: warning: the orvane-tamblo on PATH is " +
+                         native(fs::path(fake_host_dir()) / host_name) + ", not this program (" +
+                         native(binary()) + "): the hooks will ask that one for their facts\n");
+    EXPECT_TRUE(fs::exists(home() / ".claude/settings.json"));
+    EXPECT_TRUE(fs::exists(home() / ".claude.json"));
+    EXPECT_FALSE(fs::exists(repo_ / ".claude"));
+
+    const HookRun bad = run({"install-hooks", "--agent", "vim"}, options);
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_NE(bad.err.find("--agent"), std::string::npos) << bad.err;
+    EXPECT_NE(bad.err.find("vim"), std::string::npos) << bad.err;
+}
+
+}  // namespace
+}  // namespace e2e

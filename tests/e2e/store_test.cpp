@@ -1,0 +1,431 @@
+// The embedded store behind the hooks: the build itself is first on PATH, so every child the
+// hooks start is this program answering from memory/codebase-index/orvane.db.
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <thread>
+
+#include "harness.hpp"
+
+namespace e2e {
+namespace {
+
+using Args = std::vector<std::string>;
+
+class Store : public HookTest {
+  protected:
+    void SetUp() override {
+        HookTest::SetUp();
+        fs::create_directories(repo_ / "src/app");
+        fs::create_directories(repo_ / ".orvane-tamblo");
+        write_file(repo_ / ".orvane-tamblo/brief.md", "Project brief.");
+        write_file(repo_ / "src/app/users.py", "def get_user(): ...\n");
+    }
+
+    HookRun host(const Args& args) {
+        RunOptions options;
+        options.real_host = true;
+        return run(args, options);
+    }
+
+    HookRun real_hook(const std::string& name, const std::string& input, Args extra = {}) {
+        Args args = {"hooks", name};
+        args.insert(args.end(), extra.begin(), extra.end());
+        RunOptions options;
+        options.real_host = true;
+        options.stdin_data = input;
+        return run(args, options);
+    }
+
+    // A hook input naming the file in Claude Code's form.
+    std::string tool_input(const std::string& tool, const std::string& extra = "") const {
+        return R"({"session_id": "demo-1", "tool_name": ")" + tool +
+               R"(", "tool_input": {"file_path": ")" + (repo_ / "src/app/users.py").string() +
+               "\"" + extra + "}}";
+    }
+
+    fs::path db() const { return repo_ / "memory/codebase-index/orvane.db"; }
+
+    // Runs SQL on the store directly, as an older run or a long wait would have left it.
+    void sql(const std::string& statement) const {
+        sqlite3* handle = nullptr;
+        ASSERT_EQ(sqlite3_open(db().c_str(), &handle), SQLITE_OK);
+        char* error = nullptr;
+        EXPECT_EQ(sqlite3_exec(handle, statement.c_str(), nullptr, nullptr, &error), SQLITE_OK)
+            << (error ? error : "");
+        sqlite3_free(error);
+        sqlite3_close(handle);
+    }
+};
+
+void expect_answer(const HookRun& r, const std::string& out) {
+    EXPECT_EQ(r.out, out);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.status, 0);
+}
+
+void expect_error(const HookRun& r, const std::string& err, int status) {
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, err);
+    EXPECT_EQ(r.status, status);
+}
+
+constexpr const char* kNothingCached =
+    "## AI Cache Status\n\nNo cached understanding available. Start with:\n"
+    "- `explore(query=\"...\")` to search the codebase\n"
+    "- `understand(action='store')` after analyzing files to cache insights\n"
+    "- `remember(action='store', key='...', value='...')` for key decisions";
+
+constexpr const char* kQuickStart =
+    "### Quick Start:\n- `understand(action=\"recall\")` for semantic search across cache\n"
+    "- `explore(query=\"...\")` for multi-strategy code exploration\n"
+    "- `remember(action='list')` to see stored project memories";
+
+constexpr const char* kWarning =
+    "## AI Cache Warning\n\n[!] orvane-tamblo daemon not responding. Run `orvane-tamblo serve` "
+    "or any orvane-tamblo command to auto-start.";
+
+TEST_F(Store, OneSessionThroughTheHooks) {
+    expect_answer(real_hook("session-start", R"({"source": "startup"})", {"--agent", "windsurf"}),
+                  std::string("Project brief.\n\n") + kNothingCached + "\n");
+    expect_answer(real_hook("log-conversation",
+                            R"({"session_id": "demo-1", "prompt": "Add paging to the)"
+                            R"( user list"})",
+                            {"--type", "user"}),
+                  "");
+    expect_answer(
+        real_hook("remind-store", tool_input("Read")),
+        R"({"hookSpecificOutput": {"hookEventName": "PostToolUse", "additionalContext": "## )"
+        R"(Remember to Cache: src/app/users.py\n\nAfter analyzing this file:\n- `understand()"
+        R"(action='store', scope='file', target='src/app/users.py', purpose='...', )"
+        R"(key_points=[...], gotchas=[...])` to cache insights\n- `remember(action='store', )"
+        R"(key='...', value='...')` for key decisions\n- `understand(action=\"recall\")` to )"
+        R"(find related cached understanding"}})"
+        "\n");
+    expect_answer(host({"query", "understand", "--action=store", "--target=src/app/users.py",
+                        "--purpose=User queries", "--key-point=get_user reads one row"}),
+                  "{\"stored\": true, \"target\": \"src/app/users.py\", \"scope\": \"file\"}\n");
+    expect_answer(
+        real_hook("check-cache", tool_input("Read")),
+        R"({"hookSpecificOutput": {"hookEventName": "PreToolUse", "additionalContext": "Cached )"
+        R"(understanding exists for `src/app/users.py` \u2014 consider `understand(action=\")"
+        R"(recall\", target=\"src/app/users.py\")` before reading the full file (saves )"
+        R"(tokens)."}})"
+        "\n");
+
+    write_file(repo_ / "src/app/users.py", "def get_user(page): ...\n");
+    expect_answer(
+        real_hook("refresh-cache", tool_input("Edit")),
+        R"({"hookSpecificOutput": {"hookEventName": "PostToolUse", "additionalContext": "You )"
+        R"(modified `src/app/users.py`, which has a model-authored cached understanding; your )"
+        R"(edit may have made it outdated. If so, refresh it with `understand(action=\"store\", )"
+        R"(scope=\"file\", target=\"src/app/users.py\", purpose=\"...\", key_points=[...], )"
+        R"(gotchas=[...])` so future sessions stay accurate."}})"
+        "\n");
+    const HookRun recall =
+        host({"query", "understand", "--action=recall", "--target=src/app/users.py"});
+    // Everything but the time it was stored.
+    EXPECT_EQ(
+        recall.out.substr(0, recall.out.find("\"stored_at\"")),
+        R"({"found": true, "fresh": false, "understanding": {"target": "src/app/users.py", )"
+        R"("scope": "file", "importance": "medium", "purpose": "User queries", "key_points": )"
+        R"(["get_user reads one row"], "gotchas": [], "auto_generated": false, )");
+
+    for (const std::string& input :
+         {tool_input("Read", R"(, "tool_result": "def get_user(): ...")"),
+          tool_input("Edit", R"x(, "old_string": "()", "new_string": "(page)")x"),
+          std::string(R"({"session_id": "demo-1", "tool_name": "Bash", "tool_input": )"
+                      R"({"command": "make test"}})")}) {
+        expect_answer(real_hook("log-conversation", input, {"--type", "tool"}), "");
+    }
+    expect_answer(real_hook("finalize", R"({"session_id": "demo-1", "reason": "compact"})"), "");
+
+    expect_answer(real_hook("restore-compact", "{}", {"--agent", "windsurf"}),
+                  "## Context Restored After Compaction\n\n\n"
+                  "### Session Goals\n1. Add paging to the user list\n\n"
+                  "### Recent Activity\n- Ran `make test`\n- Edited src/app/users.py\n"
+                  "- Read src/app/users.py\n\n"
+                  "### Files Worked On: src/app/users.py\n\n"
+                  "## AI Cache Status\n\n**1 entries cached.** Use `understand(action=\"recall\", "
+                  "target=\"...\")` before reading files.\n\n### Cached Entries:\n"
+                  "- [medium] src/app/users.py (file) [STALE]\n\n" +
+                      std::string(kQuickStart) + "\n");
+
+    EXPECT_EQ(read_file(repo_ / "memory/codebase-index/.gitignore"), "*\n");
+    EXPECT_FALSE(fs::exists(repo_ / "memory/codebase-index/index.db"));
+}
+
+TEST_F(Store, ReadsOfAMissingStoreAnswerEmptyAndCreateNothing) {
+    expect_answer(host({"query", "understand", "--action=stats", "--limit=20", "--include-fresh"}),
+                  "{\"total\": 0, \"by_scope\": {}}\n");
+    expect_answer(host({"query", "understand", "--action=recall", "--target=src/app/users.py"}),
+                  "{\"found\": false}\n");
+    expect_answer(host({"conversation", "list", "--days=1", "--status=active", "--json"}),
+                  "{\"sessions\": []}\n");
+    expect_error(host({"conversation", "context", "s1", "--json"}),
+                 "orvane-tamblo conversation context: error: no session with the id 's1'\n", 1);
+    EXPECT_FALSE(fs::exists(repo_ / "memory"));
+}
+
+TEST_F(Store, ConcurrentTurnsAreAllRecorded) {
+    constexpr int kRuns = 32;
+    std::vector<std::thread> threads;
+    std::vector<HookRun> runs(kRuns);
+    for (int i = 0; i < kRuns; ++i) {
+        threads.emplace_back([&, i] {
+            runs[i] = real_hook("log-conversation",
+                                R"({"session_id": "s1", "tool_name": "Read", "tool_input": )"
+                                R"({"file_path": "src/f)" +
+                                    std::to_string(i) + R"(.py"}})",
+                                {"--type", "tool"});
+        });
+    }
+    for (auto& t : threads) t.join();
+    for (const auto& r : runs) expect_answer(r, "");
+    const HookRun list = host({"conversation", "list", "--json"});
+    EXPECT_NE(list.out.find(R"("status": "active", )"), std::string::npos) << list.out;
+    EXPECT_NE(list.out.find(R"("turns": 32})"), std::string::npos) << list.out;
+}
+
+// A corrupt or read-only database: clear errors from the commands, the hooks carry on as with the
+// service down, and the file is never rewritten.
+TEST_F(Store, CorruptAndReadOnlyDatabasesAreLeftAlone) {
+    struct Case {
+        std::string name;
+        std::function<void()> arrange;
+        std::string error;  // after "<command>: error: "
+        bool readable;
+    };
+    const std::vector<Case> cases = {
+        {"corrupt",
+         [&] {
+             fs::create_directories(db().parent_path());
+             write_file(db(), std::string(4096, 'x'));
+         },
+         "memory/codebase-index/orvane.db: file is not a database", false},
+        {"read-only",
+         [&] {
+             host({"query", "understand", "--action=store", "--target=src/app/users.py"});
+             fs::permissions(
+                 db(), fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+         },
+         "memory/codebase-index/orvane.db: the file is read-only", true},
+    };
+    const std::vector<std::pair<std::string, Args>> writes = {
+        {"conversation log-turn", {"conversation", "log-turn", "--type", "user", "--prompt", "x"}},
+        {"conversation finalize", {"conversation", "finalize", "--status=completed"}},
+        {"query understand", {"query", "understand", "--action=store", "--target=a"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        fs::remove_all(repo_ / "memory");
+        c.arrange();
+        const std::string before = read_file(db());
+        for (const auto& [command, args] : writes) {
+            expect_error(host(args), "orvane-tamblo " + command + ": error: " + c.error + "\n", 1);
+        }
+        const HookRun recall =
+            host({"query", "understand", "--action=recall", "--target=src/app/users.py"});
+        if (c.readable) {
+            EXPECT_EQ(recall.out.substr(0, 30), R"({"found": true, "fresh": true,)");
+        } else {
+            expect_error(recall, "orvane-tamblo query understand: error: " + c.error + "\n", 1);
+        }
+        expect_answer(real_hook("log-conversation", R"({"session_id": "s1", "prompt": "hi"})",
+                                {"--type", "user"}),
+                      "");
+        expect_answer(real_hook("finalize", R"({"session_id": "s1"})"), "");
+        const HookRun start = real_hook("session-start", "{}", {"--agent", "windsurf"});
+        EXPECT_EQ(start.status, 0);
+        EXPECT_EQ(start.out.ends_with(std::string(kWarning) + "\n"), !c.readable) << start.out;
+        EXPECT_EQ(real_hook("check-cache", tool_input("Read")).out.empty(), !c.readable);
+        EXPECT_EQ(read_file(db()), before);
+    }
+}
+
+TEST_F(Store, LinksLeadingOutsideTheRepositoryAreRefused) {
+    const fs::path outside = root_ / "outside";
+    struct Case {
+        std::string link;  // relative to the repository; it points to `outside`
+        std::string shown;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"memory", "memory"},
+             {"memory/codebase-index", "memory/codebase-index"},
+             {"memory/codebase-index/orvane.db", "memory/codebase-index/orvane.db"},
+         }) {
+        SCOPED_TRACE(c.link);
+        fs::remove_all(repo_ / "memory");
+        fs::remove_all(outside);
+        fs::create_directories(outside);
+        fs::create_directories((repo_ / c.link).parent_path());
+        fs::create_symlink(outside, repo_ / c.link);
+        const std::string error = "refusing the store: " + c.shown +
+                                  " is a symbolic link that leads outside the "
+                                  "repository\n";
+        expect_error(host({"conversation", "log-turn", "--type", "user", "--prompt", "x"}),
+                     "orvane-tamblo conversation log-turn: error: " + error, 1);
+        expect_error(host({"query", "understand", "--action=stats"}),
+                     "orvane-tamblo query understand: error: " + error, 1);
+        expect_answer(real_hook("log-conversation", R"({"prompt": "hi"})", {"--type", "user"}), "");
+        EXPECT_TRUE(fs::is_empty(outside));
+    }
+
+    // SQLite's companion files are never opened through a link either.
+    fs::remove_all(repo_ / "memory");
+    fs::create_directories(repo_ / "memory/codebase-index");
+    write_file(outside / "victim", "mine");
+    fs::create_symlink(outside / "victim", repo_ / "memory/codebase-index/orvane.db-wal");
+    expect_error(host({"conversation", "log-turn", "--type", "user", "--prompt", "x"}),
+                 "orvane-tamblo conversation log-turn: error: refusing the store: "
+                 "memory/codebase-index/orvane.db-wal is not a regular file\n",
+                 1);
+    EXPECT_EQ(read_file(outside / "victim"), "mine");
+
+    // A link that stays inside is only another way to the same place.
+    fs::remove_all(repo_ / "memory");
+    fs::create_directories(repo_ / ".cache/memory");
+    fs::create_directory_symlink(".cache/memory", repo_ / "memory");
+    expect_answer(
+        host({"conversation", "log-turn", "--session-id=s1", "--type", "user", "--prompt", "x"}),
+        "{\"logged\": true, \"session_id\": \"s1\"}\n");
+    EXPECT_TRUE(fs::is_regular_file(repo_ / ".cache/memory/codebase-index/orvane.db"));
+}
+
+TEST_F(Store, OldSessionsArePrunedAtMostOnceADay) {
+    for (const char* id : {"old", "new"}) {
+        host({"conversation", "log-turn", std::string("--session-id=") + id, "--type", "user",
+              "--prompt", "x"});
+    }
+    const std::string month_ago = "(CAST(strftime('%s', 'now') AS INTEGER) - 31 * 86400) * 1000";
+    const std::string hour_ago = "(CAST(strftime('%s', 'now') AS INTEGER) - 3600) * 1000";
+    const std::string two_days_ago = "(CAST(strftime('%s', 'now') AS INTEGER) - 2 * 86400) * 1000";
+    auto listed = [&] {
+        return host({"conversation", "list", "--days=365", "--json"}).out.find(R"("id": "old")") !=
+               std::string::npos;
+    };
+
+    auto write = [&] {
+        host({"conversation", "log-turn", "--session-id=new", "--type", "user", "--prompt", "y"});
+    };
+
+    // Pruned within the last day: the old session stays until the next day's write.
+    sql("UPDATE sessions SET last_activity=" + month_ago + " WHERE id='old'; UPDATE meta SET " +
+        "value=" + hour_ago);
+    write();
+    EXPECT_TRUE(listed());
+
+    // A long session goes a bounded share per write (2,000 turns), so no write takes long.
+    sql("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2500) "
+        "INSERT INTO turns(session_id, at, type, prompt) SELECT 'old', 0, 'user', 'x' FROM n; "
+        "UPDATE meta SET value=" +
+        two_days_ago);
+    write();
+    EXPECT_TRUE(listed());
+    write();
+    EXPECT_FALSE(listed());
+    expect_error(host({"conversation", "context", "old", "--json"}),
+                 "orvane-tamblo conversation context: error: no session with the id 'old'\n", 1);
+    const HookRun list = host({"conversation", "list", "--json"});
+    EXPECT_NE(list.out.find(R"("turns": 4})"), std::string::npos) << list.out;
+}
+
+TEST_F(Store, BadInputIsOneLineAndChangesNothing) {
+    host({"conversation", "log-turn", "--session-id=s1", "--type", "user", "--prompt", "x"});
+    const std::string before = read_file(db());
+    const std::string u = "orvane-tamblo query understand: error: ";
+    const std::string c = "orvane-tamblo conversation ";
+    const std::vector<std::tuple<Args, std::string, int>> cases = {
+        {{"query", "understand", "--action=frob"},
+         u + "--action: frob not in {store,recall,stats} (see 'orvane-tamblo query understand "
+             "--help')\n",
+         2},
+        {{"query", "understand", "--action=store"},
+         u + "--action=store needs a non-empty --target (see 'orvane-tamblo query understand "
+             "--help')\n",
+         2},
+        {{"query", "understand", "--action=stats", "--limit=ten"},
+         u + "--limit: 'ten' is not a whole number from 0 to 999999999 (see 'orvane-tamblo query "
+             "understand --help')\n",
+         2},
+        {{"query", "understand", "--action=recall", "--target=a", "--limit=3"},
+         u + "--limit does not apply to --action=recall (see 'orvane-tamblo query understand "
+             "--help')\n",
+         2},
+        {{"conversation", "finalize", "--session-id=s1", "--status=done"},
+         c + "finalize: error: --status: done not in {completed,compacted} (see 'orvane-tamblo "
+             "conversation finalize --help')\n",
+         2},
+        {{"conversation", "finalize", "--session-id=nobody", "--status=completed"},
+         c + "finalize: error: no session with the id 'nobody'\n",
+         1},
+        {{"conversation", "list", "--status=open", "--json"},
+         c + "list: error: --status: open not in {active,completed,compacted,all} (see "
+             "'orvane-tamblo conversation list --help')\n",
+         2},
+        {{"conversation", "log-turn", "--session-id=s1", "--type", "user"},
+         c + "log-turn: error: --type user needs --prompt (see 'orvane-tamblo conversation "
+             "log-turn --help')\n",
+         2},
+        {{"conversation", "context", "--json"},
+         c + "context: error: a session ID is required (see 'orvane-tamblo conversation context "
+             "--help')\n",
+         2},
+    };
+    for (const auto& [args, err, status] : cases) {
+        SCOPED_TRACE(args.back());
+        expect_error(host(args), err, status);
+    }
+    EXPECT_EQ(read_file(db()), before);
+}
+
+// An agent that cuts a string inside a character sends a lone surrogate: it is kept and comes back
+// as its escape. Text that is not UTF-8 at all is refused before it can spoil a session.
+TEST_F(Store, CutCharactersComeBackAsTheirEscapes) {
+    expect_answer(real_hook("log-conversation", R"({"session_id": "w1", "prompt": "cut \ud83d"})",
+                            {"--type", "user"}),
+                  "");
+    expect_answer(real_hook("log-conversation",
+                            R"({"session_id": "w1", "tool_name": "Read", "tool_input": )"
+                            R"({"file_path": "a\udc00.py"}})",
+                            {"--type", "tool"}),
+                  "");
+    // Windows hands a program its arguments as UTF-16: bytes that are not UTF-8 cannot reach it.
+    if (!windows_build()) {
+        expect_error(
+            host({"conversation", "log-turn", "--session-id=w1", "--type", "user", "--prompt",
+                  "caf\xe9"}),
+            "orvane-tamblo conversation log-turn: error: --prompt: not UTF-8 text (byte 4) "
+            "(see 'orvane-tamblo conversation log-turn --help')\n",
+            2);
+    }
+    expect_answer(host({"conversation", "context", "w1", "--json"}),
+                  R"({"goals": ["cut \ud83d"], "recent_activity": ["Read a\udc00.py"], )"
+                  R"("files_involved": ["a\udc00.py"]})"
+                  "\n");
+}
+
+TEST_F(Store, ServeDiagnosesTheStoreAndThePath) {
+    host({"query", "understand", "--action=store", "--target=src/app/users.py"});
+    const std::string program = native(binary());
+    const std::string service =
+        "service   embedded in orvane-tamblo: the hooks run it from PATH, nothing to start\n"
+        "store     " +
+        native(repo_ / "memory/codebase-index/orvane.db") +
+        "\n"
+        "database  opens and answers (schema version 1)\n"
+        "contents  1 understanding, 0 sessions with 0 turns, 0 memories\n";
+    expect_answer(host({"serve"}),
+                  service + "hooks     the hooks run " + program + ", this program\n");
+
+    // With the test's stand-in first on PATH, the hooks would not reach this store.
+    const HookRun r = run({"serve"});
+    const std::string host_name = windows_build() ? "orvane-tamblo.exe" : "orvane-tamblo";
+    EXPECT_EQ(r.out, service + "hooks     PROBLEM: the hooks run " +
+                         native(fs::path(fake_host_dir()) / host_name) +
+                         ", another program than this one (" + program + ")\n");
+    EXPECT_EQ(r.status, 1);
+}
+
+}  // namespace
+}  // namespace e2e

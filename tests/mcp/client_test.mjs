@@ -1,0 +1,85 @@
+// The MCP server driven by the reference client over stdio, as an agent would drive it; then the
+// check-cache hook sees what the server stored. `orvane-tamblo` must be the build, first on PATH.
+import assert from "node:assert/strict";
+import { execFileSync } from "node:child_process";
+import { mkdirSync, mkdtempSync, realpathSync, rmSync, writeFileSync } from "node:fs";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+
+let Client, StdioClientTransport;
+try {
+  ({ Client } = await import("@modelcontextprotocol/sdk/client/index.js"));
+  ({ StdioClientTransport } = await import("@modelcontextprotocol/sdk/client/stdio.js"));
+} catch {
+  console.log("skipped: the MCP SDK is not installed (run `npm ci` in tests/mcp)");
+  process.exit(77);
+}
+
+const work = realpathSync(mkdtempSync(join(tmpdir(), "orvane-mcp-")));
+const repo = join(work, "repo");
+mkdirSync(join(repo, "src"), { recursive: true });
+writeFileSync(join(repo, "src", "app.py"), "def main(): ...\n");
+const env = { ...process.env, ORVANE_TAMBLO_LOG_DIR: work };
+
+const text = (result) => {
+  assert.equal(result.isError, undefined, JSON.stringify(result));
+  assert.equal(result.content.length, 1);
+  assert.equal(result.content[0].type, "text");
+  return result.content[0].text;
+};
+
+try {
+  const client = new Client({ name: "orvane-tamblo-test", version: "1.0.0" });
+  await client.connect(
+    new StdioClientTransport({ command: "orvane-tamblo", args: ["mcp"], cwd: repo, env }));
+  assert.equal(client.getServerVersion().name, "orvane-tamblo");
+
+  const { tools } = await client.listTools();
+  assert.deepEqual(tools.map((t) => t.name), ["understand", "remember"]);
+  for (const tool of tools) assert.equal(tool.inputSchema.type, "object");
+
+  const call = async (name, args) => text(await client.callTool({ name, arguments: args }));
+
+  assert.equal(
+    await call("understand", {
+      action: "store", scope: "file", target: "src/app.py",
+      purpose: "Entry point of the paging service",
+      key_points: ["main() starts the server"], gotchas: ["PORT comes from the environment"],
+      importance: "high",
+    }),
+    "Stored the understanding of src/app.py (file, importance high). Later sessions are " +
+      "pointed to it before they read the file.");
+
+  assert.equal(
+    await call("understand", { action: "recall", target: "src/app.py" }),
+    "src/app.py (file, importance high): fresh, the file has not changed since this was " +
+      "stored.\nPurpose: Entry point of the paging service\nKey points:\n- main() starts the " +
+      "server\nGotchas:\n- PORT comes from the environment");
+
+  assert.equal(
+    await call("understand", { action: "recall", query: "paging" }),
+    "1 match for \"paging\", best first:\n\n1. src/app.py (file, importance high)\nPurpose: " +
+      "Entry point of the paging service\nKey points:\n- main() starts the server\nGotchas:\n" +
+      "- PORT comes from the environment");
+
+  assert.equal(
+    await call("remember", { action: "store", key: "decision/storage", value: "SQLite in the repo" }),
+    "Remembered \"decision/storage\".");
+  assert.equal(await call("remember", { action: "list" }),
+    "1 memory:\n- \"decision/storage\": SQLite in the repo");
+
+  await client.close();
+
+  // What the server stored is what the hook finds before the agent reads the file.
+  const hint = execFileSync("orvane-tamblo", ["hooks", "check-cache"], {
+    cwd: repo, env,
+    input: JSON.stringify({ tool_name: "Read", tool_input: { file_path: join(repo, "src/app.py") } }),
+  }).toString();
+  assert.equal(hint,
+    '{"hookSpecificOutput": {"hookEventName": "PreToolUse", "additionalContext": "Cached ' +
+      "understanding exists for `src/app.py` \\u2014 consider `understand(action=\\\"recall\\\", " +
+      'target=\\"src/app.py\\")` before reading the full file (saves tokens)."}}\n');
+  console.log("ok: initialize, tools/list, understand store, recall and search, remember, check-cache");
+} finally {
+  rmSync(work, { recursive: true, force: true });
+}
