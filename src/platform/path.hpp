@@ -32,8 +32,10 @@ std::string current_directory();
 
 // The absolute form of `path` (relative to the working directory) with ".", ".." and repeated
 // separators resolved and symbolic links resolved in every part that exists; parts that do not
-// exist stay as written. Throws OsError for a link loop or a part that cannot be inspected, and
-// std::invalid_argument for a path holding a NUL character.
+// exist stay as written. Windows takes "." and ".." away by its lexical rules before any link is
+// resolved, and a link whose target is missing is an error there. Throws OsError for a link loop
+// or a part that cannot be inspected, and std::invalid_argument for a path holding a NUL
+// character.
 std::string canonical_path(std::string_view path);
 
 // The platform's normal case form for comparing paths (unchanged on POSIX systems).

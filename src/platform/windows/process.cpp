@@ -7,10 +7,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "platform/env.hpp"
-#include "platform/fs.hpp"
 #include "platform/os_error.hpp"
-#include "platform/path.hpp"
 #include "platform/windows/wide.hpp"
 
 namespace platform {
@@ -254,6 +251,8 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
 
     const auto program = find_program(argv[0]);
     if (!program) start_failed(argv[0], ERROR_FILE_NOT_FOUND);
+    // The program name goes between quotes, which no escape can put inside it.
+    if (argv[0].find('"') != std::string::npos) start_failed(argv[0], ERROR_INVALID_NAME);
     std::wstring line = command_line(argv);
     // The most a command line may hold, its terminating NUL included.
     if (line.size() >= 32767) start_failed(argv[0], ERROR_FILENAME_EXCED_RANGE);
