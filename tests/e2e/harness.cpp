@@ -201,6 +201,14 @@ std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std:
     static std::atomic<int> runs{0};
     const fs::path stdin_path = root_ / ("stdin-" + std::to_string(runs++));
     write_file(stdin_path, options.stdin_data);
+    // Everything the child needs is built here: between fork and exec the child may not allocate,
+    // since another test thread can hold the allocator's lock at the moment of the fork.
+    std::vector<char*> argv, envp;
+    for (auto& s : argv_strings) argv.push_back(s.data());
+    argv.push_back(nullptr);
+    for (auto& s : env_strings) envp.push_back(s.data());
+    envp.push_back(nullptr);
+    const std::string cwd = (options.cwd ? *options.cwd : repo_).string();
     std::vector<Started> started;
     for (int i = 0; i < count; ++i) {
         int stdin_pipe[2] = {-1, -1};
@@ -217,12 +225,7 @@ std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std:
             ::dup2(err_pipe[1], 2);
             if (options.close_stdout) ::close(1);
             for (int fd = 3; fd < 256; ++fd) ::close(fd);
-            if (::chdir((options.cwd ? *options.cwd : repo_).c_str()) != 0) _exit(126);
-            std::vector<char*> argv, envp;
-            for (auto& s : argv_strings) argv.push_back(s.data());
-            argv.push_back(nullptr);
-            for (auto& s : env_strings) envp.push_back(s.data());
-            envp.push_back(nullptr);
+            if (::chdir(cwd.c_str()) != 0) _exit(126);
             // What an agent would leave the hook with, whatever the test runner left us with.
             for (int sig : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) {
                 ::signal(sig, SIG_DFL);
