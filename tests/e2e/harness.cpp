@@ -145,9 +145,13 @@ namespace {
 
 // Under a burst of simultaneous starts Wine now and then fails to start a program without a word:
 // status 1 and nothing on either stream, which the program itself never gives (its one status 1
-// comes with the usage line). Such a run is started again, once.
+// comes with the usage line); more rarely the start hangs. Such a run is started again, once.
 bool wine_failed_to_start(const HookRun& r) {
-    return windows_build() && r.status == 1 && r.out.empty() && r.err.empty();
+    return windows_build() && (r.status == 1 || r.hung) && r.out.empty() && r.err.empty();
+}
+
+void report_hang(const HookRun& r, const RunOptions& options) {
+    if (r.hung) ADD_FAILURE() << "hook run did not finish within " << options.limit_seconds << " s";
 }
 
 }  // namespace
@@ -155,6 +159,7 @@ bool wine_failed_to_start(const HookRun& r) {
 HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& options) {
     HookRun result = finish(start(1, args, options).front(), options);
     if (wine_failed_to_start(result)) result = finish(start(1, args, options).front(), options);
+    report_hang(result, options);
     return result;
 }
 
@@ -166,6 +171,7 @@ std::vector<HookRun> HookTest::run_together(int count, const std::vector<std::st
     }
     for (HookRun& result : results) {
         if (wine_failed_to_start(result)) result = finish(start(1, args, options).front(), options);
+        report_hang(result, options);
     }
     return results;
 }
@@ -256,7 +262,7 @@ HookRun HookTest::finish(const Started& started, const RunOptions& options) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now());
         if (left.count() <= 0) {
             ::kill(started.pid, SIGKILL);
-            ADD_FAILURE() << "hook run did not finish within " << options.limit_seconds << " s";
+            result.hung = true;
             break;
         }
         if (!signalled && fs::exists(options.signal->when_exists)) {

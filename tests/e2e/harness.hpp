@@ -19,6 +19,7 @@ struct HookRun {
     int status = -1;        // exit status, or -1 when ended by a signal
     int signal = 0;         // the signal that ended it, if any
     long peak_rss_kib = 0;  // peak resident memory of the hook or of any child it waited for
+    bool hung = false;      // killed at the run's limit
 };
 
 // A signal sent to the hook's process group (as an agent's Ctrl-C reaches it) once `when_exists`
