@@ -20,9 +20,10 @@ bool create_file_no_replace(const std::string& path, std::string_view content);
 
 namespace platform {
 
-// Gives the file `existing` the second name `new_path` unless anything stands there already;
-// returns whether it did. Throws OsError for any other failure.
-bool link_no_replace(const std::string& existing, const std::string& new_path);
+// Puts the whole file `existing` at `new_path` unless anything stands there already; returns
+// whether it did. `existing` may still be there afterwards (as a second name): the caller removes
+// it. Throws OsError for any other failure.
+bool place_no_replace(const std::string& existing, const std::string& new_path);
 
 // Removes the file `path` if it is there (a link itself, never its target).
 void remove_file(const std::string& path) noexcept;

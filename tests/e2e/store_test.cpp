@@ -184,7 +184,8 @@ TEST_F(Store, ConcurrentTurnsAreAllRecorded) {
     for (const auto& r : runs) expect_answer(r, "");
     const HookRun list = host({"conversation", "list", "--json"});
     EXPECT_NE(list.out.find(R"("status": "active", )"), std::string::npos) << list.out;
-    EXPECT_NE(list.out.find(R"("turns": 32})"), std::string::npos) << list.out;
+    EXPECT_NE(list.out.find(R"("turns": 32})"), std::string::npos)
+        << list.out << debug_log() << host_log();
 }
 
 // A corrupt or read-only database: clear errors from the commands, the hooks carry on as with the

@@ -28,7 +28,7 @@ void create_database(const StoreLocation& location) {
             db.exec("PRAGMA journal_mode=WAL");
             schema::migrate(db);
         }
-        platform::link_no_replace(temp, location.db_path);
+        platform::place_no_replace(temp, location.db_path);
     } catch (const platform::OsError& e) {
         platform::remove_file(temp);
         throw StoreError(e.what());

@@ -54,7 +54,7 @@ bool create_file_no_replace(const std::string& path, std::string_view content) {
     const std::string temp = path + std::string(suffix, static_cast<std::size_t>(n));
     if (!write_new_file(temp, content)) throw OsError("cannot create " + temp, EEXIST);
     try {
-        const bool linked = link_no_replace(temp, path);
+        const bool linked = place_no_replace(temp, path);
         ::unlink(temp.c_str());
         return linked;
     } catch (...) {
@@ -63,7 +63,7 @@ bool create_file_no_replace(const std::string& path, std::string_view content) {
     }
 }
 
-bool link_no_replace(const std::string& existing, const std::string& new_path) {
+bool place_no_replace(const std::string& existing, const std::string& new_path) {
     // link() never replaces: of several racing creators exactly one wins, with a whole file.
     if (::link(existing.c_str(), new_path.c_str()) == 0) return true;
     if (errno == EEXIST) return false;

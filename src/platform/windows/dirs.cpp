@@ -65,7 +65,7 @@ bool create_file_no_replace(const std::string& path, std::string_view content) {
     const std::string temp = path + std::string(suffix, static_cast<std::size_t>(n));
     if (!write_new_file(temp, content)) throw OsError("cannot create " + temp, ERROR_FILE_EXISTS);
     try {
-        const bool linked = link_no_replace(temp, path);
+        const bool linked = place_no_replace(temp, path);
         remove_file(temp);
         return linked;
     } catch (...) {
@@ -74,20 +74,15 @@ bool create_file_no_replace(const std::string& path, std::string_view content) {
     }
 }
 
-bool link_no_replace(const std::string& existing, const std::string& new_path) {
-    // A hard link never replaces: of several racing creators exactly one wins, with a whole file.
-    const std::wstring from = windows::wide_path(existing);
-    const std::wstring to = windows::wide_path(new_path);
-    if (CreateHardLinkW(to.c_str(), from.c_str(), nullptr)) return true;
-    DWORD error = GetLastError();
-    if (already_there(error)) return false;
-    if (error != ERROR_NOT_SUPPORTED && error != ERROR_INVALID_FUNCTION &&
-        error != ERROR_ACCESS_DENIED) {
-        throw OsError("cannot create " + new_path, static_cast<int>(error));
+bool place_no_replace(const std::string& existing, const std::string& new_path) {
+    // A rename that may not replace: of several racing creators exactly one wins, with a whole
+    // file. Not a hard link as on POSIX: deleting the temporary name afterwards would make the
+    // file delete-pending for a moment, and a concurrent run opening the new name would fail.
+    if (MoveFileExW(windows::wide_path(existing).c_str(), windows::wide_path(new_path).c_str(),
+                    0)) {
+        return true;
     }
-    // A file system without hard links (FAT): a rename that refuses to replace does as well.
-    if (MoveFileExW(from.c_str(), to.c_str(), 0)) return true;
-    error = GetLastError();
+    const DWORD error = GetLastError();
     if (already_there(error)) return false;
     throw OsError("cannot create " + new_path, static_cast<int>(error));
 }

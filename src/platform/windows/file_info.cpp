@@ -49,18 +49,24 @@ struct Opened {
 PathKind path_kind(const std::string& path) {
     const std::wstring wide = windows::wide_path(path);
     WIN32_FIND_DATAW entry{};
-    const HANDLE found = wide.find_first_of(L"*?") == std::wstring::npos
-                             ? FindFirstFileW(wide.c_str(), &entry)
-                             : INVALID_HANDLE_VALUE;
-    if (found == INVALID_HANDLE_VALUE) {
-        // A root ("C:\") is listed in no directory.
-        const DWORD attributes = GetFileAttributesW(wide.c_str());
-        if (attributes != INVALID_FILE_ATTRIBUTES) {
-            return attributes & FILE_ATTRIBUTE_DIRECTORY ? PathKind::directory : PathKind::other;
+    HANDLE found = INVALID_HANDLE_VALUE;
+    // Under Wine a listing can miss a file while other processes change its directory, which
+    // the attributes of the same name then contradict: such a miss is looked at again.
+    for (int attempt = 0; found == INVALID_HANDLE_VALUE; ++attempt) {
+        if (wide.find_first_of(L"*?") == std::wstring::npos) {
+            found = FindFirstFileW(wide.c_str(), &entry);
         }
-        const DWORD error = GetLastError();
-        if (is_missing(error)) return PathKind::missing;
-        throw OsError("cannot inspect " + path, static_cast<int>(error));
+        if (found != INVALID_HANDLE_VALUE) break;
+        const DWORD attributes = GetFileAttributesW(wide.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES) {
+            const DWORD error = GetLastError();
+            if (is_missing(error)) return PathKind::missing;
+            throw OsError("cannot inspect " + path, static_cast<int>(error));
+        }
+        // A root ("C:\") is listed in no directory.
+        if (attributes & FILE_ATTRIBUTE_DIRECTORY) return PathKind::directory;
+        if (attempt == 9) return PathKind::other;
+        Sleep(1);
     }
     FindClose(found);
     const DWORD attributes = entry.dwFileAttributes;
