@@ -13,6 +13,7 @@
 #include <iterator>
 #include <thread>
 
+#include "platform/common/process_text.hpp"
 #include "platform/posix/fd.hpp"
 
 extern char** environ;
@@ -97,15 +98,6 @@ class SignalGuard {
     bool installed_[std::size(kTerminationSignals)] = {};
 };
 
-std::string describe(const std::vector<std::string>& argv) {
-    std::string text;
-    for (const auto& arg : argv) {
-        if (!text.empty()) text += ' ';
-        text += arg;
-    }
-    return text;
-}
-
 int milliseconds_left(Clock::time_point deadline) {
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
@@ -189,7 +181,7 @@ class Child {
         signals_.unblock();
         if (done == pid_) return status;
         if (done < 0 && error != EINTR) {
-            throw ProcessWaitError("cannot learn how '" + describe(argv) +
+            throw ProcessWaitError("cannot learn how '" + process_text::describe(argv) +
                                    "' ended: " + std::strerror(error));
         }
         return std::nullopt;
@@ -206,25 +198,11 @@ class Child {
     bool reaped_ = false;
 };
 
-[[noreturn]] void time_out(const std::vector<std::string>& argv,
-                           std::chrono::milliseconds timeout) {
-    const auto ms = timeout.count();
-    const std::string limit =
-        ms % 1000 == 0 ? std::to_string(ms / 1000) + " seconds" : std::to_string(ms) + " ms";
-    throw ProcessTimeout("command '" + describe(argv) + "' timed out after " + limit);
-}
-
 }  // namespace
 
 ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
                           ChildOutput output) {
-    if (argv.empty()) throw ProcessStartError("could not start: empty command");
-    for (const auto& arg : argv) {
-        if (arg.find('\0') != std::string::npos) {
-            throw std::invalid_argument("cannot run " + std::string(argv[0].c_str()) +
-                                        ": an argument holds a NUL character");
-        }
-    }
+    process_text::check_arguments(argv);
     const auto deadline = Clock::now() + timeout;
     std::string program = argv[0];
     if (argv[0].find('/') == std::string::npos) {
@@ -243,7 +221,7 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
     char buf[65536];
     while (open_streams > 0) {
         const int wait_ms = milliseconds_left(deadline);
-        if (wait_ms == 0) time_out(argv, timeout);
+        if (wait_ms == 0) process_text::time_out(argv, timeout);
         const int ready = ::poll(fds, 2, wait_ms);
         if (ready < 0 && errno != EINTR) break;
         for (int i = 0; i < 2 && ready > 0; ++i) {
@@ -253,7 +231,7 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
                 if (i != 0 || output == ChildOutput::discard) continue;
                 if (result.out.size() + static_cast<std::size_t>(n) > kMaxChildOutput) {
                     throw ProcessOutputTooLarge(
-                        "command '" + describe(argv) + "' wrote more than " +
+                        "command '" + process_text::describe(argv) + "' wrote more than " +
                         std::to_string(kMaxChildOutput >> 20) + " MiB to standard output");
                 }
                 result.out.append(buf, static_cast<std::size_t>(n));
@@ -271,7 +249,7 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
             if (WIFEXITED(*status)) result.exit_code = WEXITSTATUS(*status);
             return result;
         }
-        if (milliseconds_left(deadline) == 0) time_out(argv, timeout);
+        if (milliseconds_left(deadline) == 0) process_text::time_out(argv, timeout);
         std::this_thread::sleep_for(pause);
         if (pause < std::chrono::milliseconds(10)) pause *= 2;
     }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "platform/common/process_text.hpp"
 #include "platform/os_error.hpp"
 #include "platform/windows/wide.hpp"
 
@@ -46,15 +47,6 @@ struct Handle {
         h = handle == INVALID_HANDLE_VALUE ? nullptr : handle;
     }
 };
-
-std::string describe(const std::vector<std::string>& argv) {
-    std::string text;
-    for (const auto& arg : argv) {
-        if (!text.empty()) text += ' ';
-        text += arg;
-    }
-    return text;
-}
 
 DWORD milliseconds_left(Clock::time_point deadline) {
     const auto left =
@@ -212,9 +204,10 @@ class Child {
         waited_ = true;
         DWORD code = 0;
         if (!GetExitCodeProcess(process_.h, &code)) {
-            throw ProcessWaitError(OsError("cannot learn how '" + describe(argv) + "' ended",
-                                           static_cast<int>(GetLastError()))
-                                       .what());
+            throw ProcessWaitError(
+                OsError("cannot learn how '" + process_text::describe(argv) + "' ended",
+                        static_cast<int>(GetLastError()))
+                    .what());
         }
         return code;
     }
@@ -226,26 +219,11 @@ class Child {
     bool waited_ = false;
 };
 
-[[noreturn]] void time_out(const std::vector<std::string>& argv,
-                           std::chrono::milliseconds timeout) {
-    const auto ms = timeout.count();
-    const std::string limit =
-        ms % 1000 == 0 ? std::to_string(ms / 1000) + " seconds" : std::to_string(ms) + " ms";
-    throw ProcessTimeout("command '" + describe(argv) + "' timed out after " + limit);
-}
-
 }  // namespace
 
 ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
                           ChildOutput output) {
-    if (argv.empty()) throw ProcessStartError("could not start: empty command");
-    for (const auto& arg : argv) {
-        // A command line ends at a NUL: the child would get a different, shorter argument.
-        if (arg.find('\0') != std::string::npos) {
-            throw std::invalid_argument("cannot run " + std::string(argv[0].c_str()) +
-                                        ": an argument holds a NUL character");
-        }
-    }
+    process_text::check_arguments(argv);
     const auto deadline = Clock::now() + timeout;
     install_console_handler();
 
@@ -328,20 +306,20 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
             pipes[count++] = pipe;
         }
         const DWORD wait_ms = milliseconds_left(deadline);
-        if (wait_ms == 0) time_out(argv, timeout);
+        if (wait_ms == 0) process_text::time_out(argv, timeout);
         const DWORD ready = WaitForMultipleObjects(count, events, FALSE, wait_ms);
-        if (ready == WAIT_TIMEOUT) time_out(argv, timeout);
+        if (ready == WAIT_TIMEOUT) process_text::time_out(argv, timeout);
         if (ready >= WAIT_OBJECT_0 + count) break;
         if (!pipes[ready - WAIT_OBJECT_0]->finish_read()) {
-            throw ProcessOutputTooLarge("command '" + describe(argv) + "' wrote more than " +
-                                        std::to_string(kMaxChildOutput >> 20) +
-                                        " MiB to standard output");
+            throw ProcessOutputTooLarge(
+                "command '" + process_text::describe(argv) + "' wrote more than " +
+                std::to_string(kMaxChildOutput >> 20) + " MiB to standard output");
         }
     }
 
     // Both streams are closed; the child is normally gone by now or about to be.
     const auto code = child.wait(milliseconds_left(deadline), argv);
-    if (!code) time_out(argv, timeout);
+    if (!code) process_text::time_out(argv, timeout);
     result.exit_code = static_cast<int>(*code);
     return result;
 }

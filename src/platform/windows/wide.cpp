@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "support/utf8.hpp"
+
 namespace platform::windows {
 
 namespace {
@@ -48,24 +50,6 @@ char32_t decode(std::string_view text, std::size_t& i) {
     return cp;
 }
 
-void encode(std::string& out, char32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
-
 bool is_separator(wchar_t c) {
     return c == L'\\' || c == L'/';
 }
@@ -94,10 +78,10 @@ std::string narrow(std::wstring_view text) {
         const char32_t unit = text[i];
         if (unit >= 0xD800 && unit < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
             text[i + 1] < 0xE000) {
-            encode(out, 0x10000 + ((unit - 0xD800) << 10) + (text[i + 1] - 0xDC00));
+            support::append_utf8(out, 0x10000 + ((unit - 0xD800) << 10) + (text[i + 1] - 0xDC00));
             ++i;
         } else {
-            encode(out, unit);
+            support::append_utf8(out, unit);
         }
     }
     return out;
