@@ -50,12 +50,12 @@ PathKind path_kind(const std::string& path) {
     const std::wstring wide = windows::wide_path(path);
     WIN32_FIND_DATAW entry{};
     HANDLE found = INVALID_HANDLE_VALUE;
+    // A name the listing would take as a pattern is not listed.
+    const bool listable = wide.find_first_of(L"*?") == std::wstring::npos;
     // Under Wine a listing can miss a file while other processes change its directory, which
     // the attributes of the same name then contradict: such a miss is looked at again.
     for (int attempt = 0; found == INVALID_HANDLE_VALUE; ++attempt) {
-        if (wide.find_first_of(L"*?") == std::wstring::npos) {
-            found = FindFirstFileW(wide.c_str(), &entry);
-        }
+        if (listable) found = FindFirstFileW(wide.c_str(), &entry);
         if (found != INVALID_HANDLE_VALUE) break;
         const DWORD attributes = GetFileAttributesW(wide.c_str());
         if (attributes == INVALID_FILE_ATTRIBUTES) {
@@ -65,7 +65,7 @@ PathKind path_kind(const std::string& path) {
         }
         // A root ("C:\") is listed in no directory.
         if (attributes & FILE_ATTRIBUTE_DIRECTORY) return PathKind::directory;
-        if (attempt == 9) return PathKind::other;
+        if (!listable || attempt == 9) return PathKind::other;
         Sleep(1);
     }
     FindClose(found);
