@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
+#include <thread>
 #include <utility>
 
 namespace host::store {
@@ -16,6 +18,8 @@ constexpr int kBusyTimeoutMs = 3000;
 constexpr int kCheckpointFrames = 64;
 // A checkpoint waits this long for readers to finish before leaving the work to a later writer.
 constexpr int kCheckpointWaitMs = 200;
+// Opening for writing, tried this often (waiting 20, 40, ... ms between) before giving up.
+constexpr int kWriteOpenAttempts = 5;
 // No text this program stores comes near this; a crafted database cannot make us allocate more.
 constexpr int kMaxValueBytes = 16 * 1024 * 1024;
 
@@ -39,12 +43,24 @@ Database::Database(const std::string& path, std::string name, Mode mode) : name_
             flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
             break;
     }
-    const int rc = sqlite3_open_v2(path.c_str(), &db_, flags, nullptr);
-    if (rc != SQLITE_OK) {
-        const std::string message = describe(db_, name_);
+    for (int attempt = 1;; ++attempt) {
+        const int rc = sqlite3_open_v2(path.c_str(), &db_, flags, nullptr);
+        if (rc != SQLITE_OK) {
+            const std::string message = describe(db_, name_);
+            sqlite3_close(db_);
+            db_ = nullptr;
+            throw StoreError(message);
+        }
+        // When the file cannot be opened for writing at this moment (on Windows, another
+        // process's handle that does not share it for a while), SQLite quietly opens it read-only
+        // and the first write fails. Asked for writing, we try again, then say so.
+        if (mode == Mode::read_only || sqlite3_db_readonly(db_, "main") != 1) break;
         sqlite3_close(db_);
         db_ = nullptr;
-        throw StoreError(message);
+        if (attempt == kWriteOpenAttempts) {
+            throw StoreError(name_ + ": cannot be opened for writing");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20 * attempt));
     }
     sqlite3_busy_timeout(db_, kBusyTimeoutMs);
     sqlite3_extended_result_codes(db_, 1);
