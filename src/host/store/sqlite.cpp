@@ -28,9 +28,21 @@ std::string describe(sqlite3* db, const std::string& name) {
     return name + ": " + message;
 }
 
+// Library settings, made once before the first connection opens.
+void configure_library() {
+    static const bool configured = [] {
+        // Nothing here reads SQLite's memory statistics, and keeping them takes a lock and two
+        // counter updates on every allocation: a tenth of a short run's instructions.
+        sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+        return true;
+    }();
+    (void)configured;
+}
+
 }  // namespace
 
 Database::Database(const std::string& path, std::string name, Mode mode) : name_(std::move(name)) {
+    configure_library();
     int flags = SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_NOMUTEX;
     switch (mode) {
         case Mode::read_only:
