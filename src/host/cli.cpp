@@ -71,10 +71,11 @@ CLI::Option* optional_option(CLI::App* app, const char* name, std::optional<T>& 
 // serve's diagnosis.
 class HostCommands {
   public:
-    // Registers the command named `only`, or all of them when it is empty.
-    HostCommands(CLI::App& app, std::string_view only) {
+    // Registers the command named `only`, or all of them when it is empty; of `conversation`, only
+    // the subcommand named `sub` when there is one by that name.
+    HostCommands(CLI::App& app, std::string_view only, std::string_view sub) {
         if (only.empty() || only == "query") add_query(app);
-        if (only.empty() || only == "conversation") add_conversation(app);
+        if (only.empty() || only == "conversation") add_conversation(app, sub);
         if (only.empty() || only == "serve") {
             serve_ = app.add_subcommand(
                 "serve",
@@ -140,11 +141,20 @@ class HostCommands {
                               "stats: list fresh entries too, after the stale ones");
     }
 
-    void add_conversation(CLI::App& app) {
+    void add_conversation(CLI::App& app, std::string_view sub) {
         CLI::App* conversation =
             app.add_subcommand("conversation", "Record and recall agent conversations");
         conversation->require_subcommand(1);
+        // The hooks' log-turn runs at every prompt and tool use: each subcommand's options cost
+        // about as much to register as the turn costs to store.
+        const bool all = sub != "log-turn" && sub != "finalize" && sub != "list" && sub != "context";
+        if (all || sub == "log-turn") add_log_turn(conversation);
+        if (all || sub == "finalize") add_finalize(conversation);
+        if (all || sub == "list") add_list(conversation);
+        if (all || sub == "context") add_context(conversation);
+    }
 
+    void add_log_turn(CLI::App* conversation) {
         log_turn_ = conversation->add_subcommand("log-turn", "Append a turn to a session");
         auto& t = log_turn_options_;
         optional_option(log_turn_, "--session-id", t.session_id,
@@ -156,7 +166,9 @@ class HostCommands {
         optional_option(log_turn_, "--tool-name", t.tool_name, "tool: the tool's name");
         optional_option(log_turn_, "--tool-input", t.tool_input, "tool: its input, JSON text");
         optional_option(log_turn_, "--tool-result", t.tool_result, "tool: its result, JSON text");
+    }
 
+    void add_finalize(CLI::App* conversation) {
         finalize_ = conversation->add_subcommand("finalize", "End a session");
         auto& f = finalize_options_;
         optional_option(finalize_, "--session-id", f.session_id,
@@ -164,7 +176,9 @@ class HostCommands {
         finalize_->add_option("--status", f.status, "completed or compacted")
             ->required()
             ->check(CLI::IsMember({"completed", "compacted"}));
+    }
 
+    void add_list(CLI::App* conversation) {
         list_ = conversation->add_subcommand("list", "List recent sessions, most recent first");
         auto& l = list_options_;
         list_->add_option("--days", l.days, "Sessions active within this many days (default: 7)")
@@ -175,7 +189,9 @@ class HostCommands {
                          "active (open or compacted), completed, compacted or all (default)")
             ->check(CLI::IsMember({"active", "completed", "compacted", "all"}));
         list_->add_flag("--json", l.json, "One JSON object instead of a table");
+    }
 
+    void add_context(CLI::App* conversation) {
         context_ =
             conversation->add_subcommand("context", "A session's goals, recent activity and files");
         auto& c = context_options_;
@@ -245,7 +261,8 @@ int run(int argc, char** argv) {
     std::unique_ptr<HostCommands> host_commands;
     if (!host_run) hooks = cli_hooks::add_hooks_subparser(app);
     if (!hook_run) {
-        host_commands = std::make_unique<HostCommands>(app, host_run ? first : std::string_view());
+        host_commands = std::make_unique<HostCommands>(
+            app, host_run ? first : std::string_view(), argc > 2 ? argv[2] : "");
     }
 
     try {
