@@ -26,6 +26,28 @@ struct FileSignature {
 // whatever reason: missing, not a regular file, not inspectable.
 std::optional<FileSignature> file_signature(const std::string& path);
 
+// file_signature() of many files, cheaper when files of one directory come close together: each
+// directory is looked up once for them all rather than once per file, which is most of the cost of
+// a file-status call when the path is long. Links are followed as file_signature() follows them.
+class SignatureReader {
+  public:
+    SignatureReader() = default;
+    SignatureReader(const SignatureReader&) = delete;
+    SignatureReader& operator=(const SignatureReader&) = delete;
+    ~SignatureReader();
+
+    std::optional<FileSignature> read(const std::string& path);
+
+  private:
+    struct Directory {
+        std::string path;
+        int fd = -1;  // -1 when it could not be opened
+    };
+    static constexpr std::size_t kDirectories = 8;  // the most recent ones, kept open
+    Directory directories_[kDirectories];
+    std::size_t next_ = 0;  // the slot the next new directory takes
+};
+
 // Feeds the content of the regular file at `path` to `sink` in chunks. Returns false, having fed
 // nothing or only part, when `path` is not a regular file that can be read to its end; never
 // blocks on a FIFO or a device.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -72,9 +73,9 @@ std::optional<FileRecord> capture_file(const std::string& root, const std::strin
 namespace {
 
 bool fresh_with(const std::string& root, std::string_view target, const FileRecord& record,
-                std::int64_t stored_at_ms, std::string& buffer) {
+                std::int64_t stored_at_ms, std::string& buffer, platform::SignatureReader& reader) {
     const std::string& path = path_of(root, target, buffer);
-    const auto signature = platform::file_signature(path);
+    const auto signature = reader.read(path);
     if (!signature || signature->size != record.size) return false;
     const bool racy = record.mtime_ns >= stored_at_ms * 1'000'000 - kRacyWindowNs;
     if (signature->mtime_ns == record.mtime_ns && !racy) return true;
@@ -94,10 +95,12 @@ constexpr unsigned kMaxThreads = 8;
 bool still_fresh(const std::string& root, std::string_view target, const FileRecord& record,
                  std::int64_t stored_at_ms) {
     std::string buffer;
-    return fresh_with(root, target, record, stored_at_ms, buffer);
+    platform::SignatureReader reader;
+    return fresh_with(root, target, record, stored_at_ms, buffer, reader);
 }
 
-void check_freshness(const std::string& root, std::vector<FreshnessCheck>& checks) {
+void check_freshness(const std::string& root, std::vector<FreshnessCheck>& checks,
+                     const std::function<void()>& meanwhile) {
     const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
     const auto threads = static_cast<unsigned>(
         std::min<std::size_t>({cores, kMaxThreads, checks.size() / kChecksPerThread + 1}));
@@ -105,13 +108,14 @@ void check_freshness(const std::string& root, std::vector<FreshnessCheck>& check
     constexpr std::size_t kChunk = 256;
     auto work = [&] {
         std::string buffer;
+        platform::SignatureReader reader;
         for (;;) {
             const std::size_t begin = next.fetch_add(kChunk);
             if (begin >= checks.size()) return;
             const std::size_t end = std::min(begin + kChunk, checks.size());
             for (std::size_t i = begin; i < end; ++i) {
                 FreshnessCheck& c = checks[i];
-                c.fresh = fresh_with(root, c.target, c.record, c.stored_at_ms, buffer);
+                c.fresh = fresh_with(root, c.target, c.record, c.stored_at_ms, buffer, reader);
             }
         }
     };
@@ -123,8 +127,18 @@ void check_freshness(const std::string& root, std::vector<FreshnessCheck>& check
             break;  // no more threads to be had: the others do the work
         }
     }
+    // The helpers must be joined whatever `meanwhile` throws.
+    std::exception_ptr failure;
+    if (meanwhile) {
+        try {
+            meanwhile();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    }
     work();
     for (auto& helper : helpers) helper.join();
+    if (failure) std::rethrow_exception(failure);
 }
 
 }  // namespace host::store

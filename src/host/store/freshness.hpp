@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,6 +35,8 @@ struct FreshnessCheck {
 
 // still_fresh() of each, spread over the processor's cores when there are many: checking every
 // file of a large store is one file-status call per file, and those calls are most of its cost.
-void check_freshness(const std::string& root, std::vector<FreshnessCheck>& checks);
+// `meanwhile` runs on the calling thread while the others have begun; it must not touch `checks`.
+void check_freshness(const std::string& root, std::vector<FreshnessCheck>& checks,
+                     const std::function<void()>& meanwhile = {});
 
 }  // namespace host::store

@@ -33,6 +33,45 @@ bool listed_before(const Candidate& a, const Candidate& b) {
     return a.id > b.id;
 }
 
+// Entries read for the stats, with the file checks of those that name a file.
+struct Batch {
+    std::vector<Candidate> entries;
+    std::vector<FreshnessCheck> checks;
+    std::vector<std::size_t> checked;  // the entry of each check
+    std::string targets;               // the checks' targets, one after the other
+
+    void clear() {
+        entries.clear();
+        checks.clear();
+        checked.clear();
+        targets.clear();
+    }
+};
+
+// Fills `batch` with the next rows; false once the rows are all read.
+bool read_batch(Statement& rows, Batch& batch) {
+    constexpr std::size_t kBatch = 2048;
+    std::vector<std::size_t> lengths;
+    bool more = true;
+    while (batch.entries.size() < kBatch && (more = rows.step())) {
+        const Listing listing = listing_of(rows, 1);
+        batch.entries.push_back({true, listing.rank, listing.stored_at_ms, rows.integer(0)});
+        if (listing.file) {
+            batch.checks.push_back({{}, *listing.file, listing.stored_at_ms, true});
+            batch.checked.push_back(batch.entries.size() - 1);
+            lengths.push_back(listing.target.size());
+            batch.targets += listing.target;
+        }
+    }
+    // Only now that `targets` has stopped growing can it be pointed into.
+    std::size_t offset = 0;
+    for (std::size_t i = 0; i < batch.checks.size(); ++i) {
+        batch.checks[i].target = std::string_view(batch.targets).substr(offset, lengths[i]);
+        offset += lengths[i];
+    }
+    return more;
+}
+
 }  // namespace
 
 void Store::store_understanding(const Understanding& u) {
@@ -123,37 +162,22 @@ UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fr
     };
 
     // Entries come in batches whose file checks, most of the cost of a large store, run side by
-    // side; a batch at a time keeps the memory small whatever the size of the store.
-    constexpr std::size_t kBatch = 2048;
-    std::vector<Candidate> batch;
-    std::vector<FreshnessCheck> checks;
-    std::vector<std::size_t> checked;  // the batch entry of each check
-    std::vector<std::size_t> offsets;  // each check's target in `targets`: start, length
-    std::string targets;
-    bool more = true;
-    while (more) {
-        batch.clear();
-        checks.clear();
-        checked.clear();
-        offsets.clear();
-        targets.clear();
-        while (batch.size() < kBatch && (more = rows.step())) {
-            const Listing listing = listing_of(rows, 1);
-            batch.push_back({true, listing.rank, listing.stored_at_ms, rows.integer(0)});
-            if (listing.file) {
-                checks.push_back({{}, *listing.file, listing.stored_at_ms, true});
-                checked.push_back(batch.size() - 1);
-                offsets.insert(offsets.end(), {targets.size(), listing.target.size()});
-                targets += listing.target;
-            }
+    // side, and while one batch is checked the next is read; a batch at a time keeps the memory
+    // small whatever the size of the store.
+    Batch batches[2];
+    bool more = read_batch(rows, batches[0]);
+    for (std::size_t current = 0; !batches[current].entries.empty(); current ^= 1) {
+        Batch& batch = batches[current];
+        Batch& next = batches[current ^ 1];
+        check_freshness(location_.root, batch.checks, [&] {
+            next.clear();
+            if (more) more = read_batch(rows, next);
+        });
+        for (std::size_t i = 0; i < batch.checks.size(); ++i) {
+            batch.entries[batch.checked[i]].fresh = batch.checks[i].fresh;
         }
-        for (std::size_t i = 0; i < checks.size(); ++i) {
-            checks[i].target = std::string_view(targets).substr(offsets[2 * i], offsets[2 * i + 1]);
-        }
-        check_freshness(location_.root, checks);
-        for (std::size_t i = 0; i < checks.size(); ++i) batch[checked[i]].fresh = checks[i].fresh;
-        stats.total += static_cast<std::int64_t>(batch.size());
-        for (const Candidate& c : batch) consider(c);
+        stats.total += static_cast<std::int64_t>(batch.entries.size());
+        for (const Candidate& c : batch.entries) consider(c);
     }
 
     std::sort_heap(best.begin(), best.end(), listed_before);

@@ -22,12 +22,49 @@ PathKind path_kind(const std::string& path) {
     return PathKind::other;
 }
 
-std::optional<FileSignature> file_signature(const std::string& path) {
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+namespace {
+
+// The signature when `rc`, a stat call's result, found a regular file.
+std::optional<FileSignature> signature_of(int rc, const struct stat& st) {
+    if (rc != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
     return FileSignature{
         static_cast<std::int64_t>(st.st_size),
         static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
+}
+
+}  // namespace
+
+std::optional<FileSignature> file_signature(const std::string& path) {
+    struct stat st {};
+    return signature_of(::stat(path.c_str(), &st), st);
+}
+
+SignatureReader::~SignatureReader() {
+    for (const Directory& d : directories_) {
+        if (d.fd >= 0) ::close(d.fd);
+    }
+}
+
+std::optional<FileSignature> SignatureReader::read(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return file_signature(path);
+    const std::string_view directory(path.data(), slash == 0 ? 1 : slash);
+    Directory* found = nullptr;
+    // Newest first: files of one directory mostly come one after the other.
+    for (std::size_t i = 1; i <= kDirectories && found == nullptr; ++i) {
+        Directory& d = directories_[(next_ + kDirectories - i) % kDirectories];
+        if (d.path == directory) found = &d;
+    }
+    if (found == nullptr) {
+        found = &directories_[next_];
+        next_ = (next_ + 1) % kDirectories;
+        if (found->fd >= 0) ::close(found->fd);
+        found->path = directory;
+        found->fd = ::open(found->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    }
+    if (found->fd < 0) return std::nullopt;  // as stat() through it would fail
+    struct stat st {};
+    return signature_of(::fstatat(found->fd, path.c_str() + slash + 1, &st, 0), st);
 }
 
 bool read_file_chunks(const std::string& path,

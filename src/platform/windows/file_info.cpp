@@ -103,6 +103,13 @@ std::optional<FileSignature> file_signature(const std::string& path) {
     return FileSignature{size, (ticks - kEpochTicks) * 100};
 }
 
+SignatureReader::~SignatureReader() = default;
+
+// Windows opens a file by its whole path whatever we keep open.
+std::optional<FileSignature> SignatureReader::read(const std::string& path) {
+    return file_signature(path);
+}
+
 bool read_file_chunks(const std::string& path,
                       const std::function<void(std::string_view chunk)>& sink) {
     const Opened file(path, GENERIC_READ);
