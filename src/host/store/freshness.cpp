@@ -87,7 +87,7 @@ bool fresh_with(const std::string& root, std::string_view target, const FileReco
 }
 
 // Below this many checks per thread, starting a thread costs more than it saves.
-constexpr std::size_t kChecksPerThread = 1024;
+constexpr std::size_t kChecksPerThread = 256;
 constexpr unsigned kMaxThreads = 8;
 
 }  // namespace
@@ -105,7 +105,7 @@ void check_freshness(const std::string& root, std::vector<FreshnessCheck>& check
     const auto threads = static_cast<unsigned>(
         std::min<std::size_t>({cores, kMaxThreads, checks.size() / kChecksPerThread + 1}));
     std::atomic<std::size_t> next{0};
-    constexpr std::size_t kChunk = 256;
+    constexpr std::size_t kChunk = 64;
     auto work = [&] {
         std::string buffer;
         platform::SignatureReader reader;

@@ -50,7 +50,7 @@ struct Batch {
 
 // Fills `batch` with the next rows; false once the rows are all read.
 bool read_batch(Statement& rows, Batch& batch) {
-    constexpr std::size_t kBatch = 2048;
+    constexpr std::size_t kBatch = 512;
     std::vector<std::size_t> lengths;
     bool more = true;
     while (batch.entries.size() < kBatch && (more = rows.step())) {
