@@ -45,6 +45,15 @@ class ProcessWaitError : public ProcessError {
     using ProcessError::ProcessError;
 };
 
+// This program's own entry point. When a child to be run is this very program (the same file),
+// run_process forks and calls `entry` in the child instead of executing the file again: a fresh
+// start of this large static program costs more than most of its commands do. The child is then
+// what an executed one would be (its own process group, the pipes, the time limit, default
+// signal handling) and exits with what `entry` returns. Only for a process with one thread
+// (the hooks), as fork() leaves the locks of other threads held. Ignored on Windows.
+using ProgramEntry = int (*)(int argc, char** argv);
+void set_program_entry(ProgramEntry entry);
+
 // The absolute path of the program `name` as found through the absolute entries of PATH (empty
 // and relative entries are skipped: the working directory is never searched); a name holding a
 // separator is taken as it is. Only a regular file we may execute counts. nullopt when none.

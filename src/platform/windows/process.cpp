@@ -221,6 +221,8 @@ class Child {
 
 }  // namespace
 
+void set_program_entry(ProgramEntry /*entry*/) {}
+
 ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
                           ChildOutput output) {
     process_text::check_arguments(argv);
