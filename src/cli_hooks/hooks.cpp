@@ -1,6 +1,8 @@
 #include "cli_hooks/hooks.hpp"
 
+#include <algorithm>
 #include <array>
+#include <string_view>
 
 #include "cli_hooks/handlers/file_hints.hpp"
 #include "cli_hooks/handlers/history.hpp"
@@ -40,8 +42,20 @@ int cmd_hooks(const HookArgs& args) {
     return dispatch_hook(args, kHooks);
 }
 
-std::unique_ptr<HooksCommand> add_hooks_subparser(CLI::App& subparsers) {
-    return std::make_unique<HooksCommand>(subparsers, kHooks);
+std::unique_ptr<HooksCommand> add_hooks_subparser(CLI::App& subparsers, int argc,
+                                                  const char* const* argv) {
+    auto is_hook = [](std::string_view word) {
+        return std::any_of(kHooks.begin(), kHooks.end(),
+                           [&](const HookSpec& hook) { return hook.name == word; });
+    };
+    std::string_view only;
+    if (argc > 2 && std::string_view(argv[1]) == "hooks" && is_hook(argv[2])) {
+        only = argv[2];
+        for (int i = 3; i < argc; ++i) {
+            if (is_hook(argv[i])) only = {};
+        }
+    }
+    return std::make_unique<HooksCommand>(subparsers, kHooks, only);
 }
 
 }  // namespace cli_hooks

@@ -147,7 +147,8 @@ class HostCommands {
         conversation->require_subcommand(1);
         // The hooks' log-turn runs at every prompt and tool use: each subcommand's options cost
         // about as much to register as the turn costs to store.
-        const bool all = sub != "log-turn" && sub != "finalize" && sub != "list" && sub != "context";
+        const bool all =
+            sub != "log-turn" && sub != "finalize" && sub != "list" && sub != "context";
         if (all || sub == "log-turn") add_log_turn(conversation);
         if (all || sub == "finalize") add_finalize(conversation);
         if (all || sub == "list") add_list(conversation);
@@ -259,10 +260,10 @@ int run(int argc, char** argv) {
                           first == "mcp" || first == "install-hooks";
     std::unique_ptr<cli_hooks::HooksCommand> hooks;
     std::unique_ptr<HostCommands> host_commands;
-    if (!host_run) hooks = cli_hooks::add_hooks_subparser(app);
+    if (!host_run) hooks = cli_hooks::add_hooks_subparser(app, argc, argv);
     if (!hook_run) {
-        host_commands = std::make_unique<HostCommands>(
-            app, host_run ? first : std::string_view(), argc > 2 ? argv[2] : "");
+        host_commands = std::make_unique<HostCommands>(app, host_run ? first : std::string_view(),
+                                                       argc > 2 ? argv[2] : "");
     }
 
     try {

@@ -15,8 +15,9 @@ constexpr const char* inject_agent_help =
 
 }  // namespace
 
-HooksCommand::HooksCommand(CLI::App& subparsers, std::span<const HookSpec> hooks)
-    : subcommands_(hooks.size()), agents_(hooks.size()) {
+HooksCommand::HooksCommand(CLI::App& subparsers, std::span<const HookSpec> hooks,
+                           std::string_view only)
+    : subcommands_(hooks.size(), nullptr), agents_(hooks.size()) {
     hooks_ =
         subparsers.add_subcommand("hooks", "AI agent hook handlers (used by hook configurations)");
     // The description doubles as the line in the top-level command list; the rest goes below.
@@ -27,6 +28,7 @@ HooksCommand::HooksCommand(CLI::App& subparsers, std::span<const HookSpec> hooks
     hooks_->require_subcommand(0, 1);
     for (std::size_t i = 0; i < hooks.size(); ++i) {
         const HookSpec& hook = hooks[i];
+        if (!only.empty() && hook.name != only) continue;
         CLI::App* sub = hooks_->add_subcommand(std::string(hook.name), hook.help);
         if (hook.name == "log-conversation") {
             sub->add_option("--type", turn_type_, "Turn type: user or tool")
@@ -51,7 +53,7 @@ bool HooksCommand::chosen() const {
 HookArgs HooksCommand::args() const {
     HookArgs args;
     for (std::size_t i = 0; i < subcommands_.size(); ++i) {
-        if (subcommands_[i]->parsed()) {
+        if (subcommands_[i] != nullptr && subcommands_[i]->parsed()) {
             args.hook_command = subcommands_[i]->get_name();
             args.agent = agents_[i];
             if (!turn_type_.empty()) args.turn_type = turn_type_;

@@ -2,6 +2,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli_hooks/command/args.hpp"
@@ -17,14 +18,15 @@ namespace cli_hooks {
 // chosen and which arguments it was given.
 class HooksCommand {
   public:
-    HooksCommand(CLI::App& subparsers, std::span<const HookSpec> hooks);
+    // Registers the hook named `only`, or all of them when it is empty.
+    HooksCommand(CLI::App& subparsers, std::span<const HookSpec> hooks, std::string_view only);
     bool chosen() const;
     HookArgs args() const;
 
   private:
     CLI::App* hooks_;
-    std::vector<CLI::App*> subcommands_;
-    std::vector<std::string> agents_;  // never resized after the options point into it
+    std::vector<CLI::App*> subcommands_;  // nullptr for a hook not registered
+    std::vector<std::string> agents_;     // never resized after the options point into it
     std::string turn_type_;
 };
 
