@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <exception>
 #include <stdexcept>
 #include <system_error>
@@ -86,9 +87,11 @@ bool fresh_with(const std::string& root, std::string_view target, const FileReco
     return hash && *hash == record.hash;
 }
 
-// Below this many checks per thread, starting a thread costs more than it saves.
+// Below this many checks per thread, a helper costs more than it saves.
 constexpr std::size_t kChecksPerThread = 256;
 constexpr unsigned kMaxThreads = 8;
+// Taken a chunk at a time, so that a thread that is done early takes more.
+constexpr std::size_t kChunk = 64;
 
 }  // namespace
 
@@ -99,16 +102,13 @@ bool still_fresh(const std::string& root, std::string_view target, const FileRec
     return fresh_with(root, target, record, stored_at_ms, buffer, reader);
 }
 
-void check_freshness(const std::string& root, std::vector<FreshnessCheck>& checks,
-                     const std::function<void()>& meanwhile) {
-    const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
-    const auto threads = static_cast<unsigned>(
-        std::min<std::size_t>({cores, kMaxThreads, checks.size() / kChecksPerThread + 1}));
-    std::atomic<std::size_t> next{0};
-    constexpr std::size_t kChunk = 64;
-    auto work = [&] {
-        std::string buffer;
-        platform::SignatureReader reader;
+// One thread's share of the checks, with what it keeps from one batch to the next.
+struct FreshnessChecker::Worker {
+    std::string buffer;
+    platform::SignatureReader reader;
+
+    void work(const std::string& root, std::vector<FreshnessCheck>& checks,
+              std::atomic<std::size_t>& next) {
         for (;;) {
             const std::size_t begin = next.fetch_add(kChunk);
             if (begin >= checks.size()) return;
@@ -118,16 +118,65 @@ void check_freshness(const std::string& root, std::vector<FreshnessCheck>& check
                 c.fresh = fresh_with(root, c.target, c.record, c.stored_at_ms, buffer, reader);
             }
         }
-    };
-    std::vector<std::thread> helpers;
-    for (unsigned i = 1; i < threads; ++i) {
+    }
+};
+
+FreshnessChecker::FreshnessChecker(std::string root)
+    : root_(std::move(root)), own_(std::make_unique<Worker>()) {}
+
+FreshnessChecker::~FreshnessChecker() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    work_ready_.notify_all();
+    for (auto& helper : helpers_) helper.join();
+}
+
+void FreshnessChecker::start_helpers() {
+    const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
+    const unsigned wanted = std::min(cores, kMaxThreads) - 1;
+    for (unsigned i = 0; i < wanted; ++i) {
         try {
-            helpers.emplace_back(work);
+            helpers_.emplace_back([this] { help(); });
         } catch (const std::system_error&) {
             break;  // no more threads to be had: the others do the work
         }
     }
-    // The helpers must be joined whatever `meanwhile` throws.
+    helpers_started_ = true;
+}
+
+void FreshnessChecker::help() {
+    Worker worker;
+    std::uint64_t seen = 0;
+    for (;;) {
+        std::vector<FreshnessCheck>* checks = nullptr;
+        {
+            std::unique_lock lock(mutex_);
+            work_ready_.wait(lock, [&] { return stopping_ || generation_ != seen; });
+            if (stopping_) return;
+            seen = generation_;
+            checks = checks_;
+        }
+        worker.work(root_, *checks, next_);
+        std::lock_guard lock(mutex_);
+        if (--working_ == 0) work_done_.notify_one();
+    }
+}
+
+void FreshnessChecker::check(std::vector<FreshnessCheck>& checks,
+                             const std::function<void()>& meanwhile) {
+    if (!helpers_started_ && checks.size() >= 2 * kChecksPerThread) start_helpers();
+    const bool shared = !helpers_.empty() && checks.size() >= 2 * kChecksPerThread;
+    if (shared) {
+        std::lock_guard lock(mutex_);
+        checks_ = &checks;
+        next_ = 0;
+        working_ = static_cast<unsigned>(helpers_.size());
+        ++generation_;
+    }
+    if (shared) work_ready_.notify_all();
+    // The helpers must be done with `checks` whatever `meanwhile` throws.
     std::exception_ptr failure;
     if (meanwhile) {
         try {
@@ -136,8 +185,14 @@ void check_freshness(const std::string& root, std::vector<FreshnessCheck>& check
             failure = std::current_exception();
         }
     }
-    work();
-    for (auto& helper : helpers) helper.join();
+    if (shared) {
+        own_->work(root_, checks, next_);
+        std::unique_lock lock(mutex_);
+        work_done_.wait(lock, [&] { return working_ == 0; });
+    } else {
+        std::atomic<std::size_t> next{0};
+        own_->work(root_, checks, next);
+    }
     if (failure) std::rethrow_exception(failure);
 }
 

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace host::store {
@@ -33,10 +38,37 @@ struct FreshnessCheck {
     bool fresh = true;  // the answer
 };
 
-// still_fresh() of each, spread over the processor's cores when there are many: checking every
-// file of a large store is one file-status call per file, and those calls are most of its cost.
-// `meanwhile` runs on the calling thread while the others have begun; it must not touch `checks`.
-void check_freshness(const std::string& root, std::vector<FreshnessCheck>& checks,
-                     const std::function<void()>& meanwhile = {});
+// still_fresh() of batches of files, spread over the processor's cores when a batch is large:
+// checking every file of a large store is one file-status call per file, and those calls are
+// most of its cost. The helper threads start with the first large batch and live as long as the
+// checker, so that many small batches do not pay for a thread each.
+class FreshnessChecker {
+  public:
+    explicit FreshnessChecker(std::string root);
+    ~FreshnessChecker();
+    FreshnessChecker(const FreshnessChecker&) = delete;
+    FreshnessChecker& operator=(const FreshnessChecker&) = delete;
+
+    // Sets the `fresh` of each check. `meanwhile` runs on the calling thread while the helpers
+    // have begun; it must not touch `checks`.
+    void check(std::vector<FreshnessCheck>& checks, const std::function<void()>& meanwhile = {});
+
+  private:
+    struct Worker;
+    void start_helpers();
+    void help();
+
+    std::string root_;
+    std::unique_ptr<Worker> own_;  // the calling thread's
+    std::vector<std::thread> helpers_;
+    bool helpers_started_ = false;
+    std::mutex mutex_;
+    std::condition_variable work_ready_, work_done_;
+    std::vector<FreshnessCheck>* checks_ = nullptr;  // the batch being checked
+    std::atomic<std::size_t> next_{0};               // its first check nobody has taken
+    std::uint64_t generation_ = 0;                   // batches handed out so far
+    unsigned working_ = 0;                           // helpers still at the batch
+    bool stopping_ = false;
+};
 
 }  // namespace host::store

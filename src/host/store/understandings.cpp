@@ -165,11 +165,12 @@ UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fr
     // side, and while one batch is checked the next is read; a batch at a time keeps the memory
     // small whatever the size of the store.
     Batch batches[2];
+    FreshnessChecker checker(location_.root);  // after the batches: it goes first, helpers and all
     bool more = read_batch(rows, batches[0]);
     for (std::size_t current = 0; !batches[current].entries.empty(); current ^= 1) {
         Batch& batch = batches[current];
         Batch& next = batches[current ^ 1];
-        check_freshness(location_.root, batch.checks, [&] {
+        checker.check(batch.checks, [&] {
             next.clear();
             if (more) more = read_batch(rows, next);
         });
