@@ -10,11 +10,6 @@ const std::string kUsage =
     "Usage: orvane-tamblo hooks {session-start|restore-compact|check-cache|remind-store|"
     "persist-learnings|save-compact|inject-context|log-conversation|finalize}\n";
 
-const std::string kCompactText =
-    "## Context Compaction Imminent\n\nBefore context is reduced, persist important insights:\n"
-    "- `understand(action='store')` for file/module analysis\n"
-    "- `remember(action='store', key='...', value='...')` for decisions and insights";
-
 using CommandLine = HookTest;
 
 TEST_F(CommandLine, HooksWithoutHookPrintsUsageAndExitsOne) {
@@ -54,23 +49,30 @@ TEST_F(CommandLine, HelpNamesEveryHookAndOption) {
     }
 }
 
-// The notice is a system message, not model context: Claude Code's form shows which.
+// The notice is a system message, not model context: Claude Code's form shows which. Agent names
+// are matched whatever their case; any other name is Claude Code's.
 TEST_F(CommandLine, SaveCompactWritesEachAgentsSystemMessage) {
-    const std::string quoted =
-        "\"## Context Compaction Imminent\\n\\nBefore context is reduced, persist important "
-        "insights:\\n- `understand(action='store')` for file/module analysis\\n- "
-        "`remember(action='store', key='...', value='...')` for decisions and insights\"";
-    EXPECT_EQ(hook("save-compact", R"({"session_id": "s1"})").out,
-              "{\"systemMessage\": " + quoted + "}\n");
-    EXPECT_EQ(hook("save-compact", "", {"--agent=GitHub"}).out, "{\"message\": " + quoted + "}\n");
-    EXPECT_EQ(hook("save-compact", "", {"--agent", "windsurf"}).out, kCompactText + "\n");
+    const std::string claude = "{\"systemMessage\": " + kCompactJson + "}\n";
+    const std::string copilot = "{\"message\": " + kCompactJson + "}\n";
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
+        {{}, claude},
+        {{"--agent=vim"}, claude},
+        {{"--agent= cursor"}, claude},
+        {{"--agent=GitHub"}, copilot},
+        {{"--agent=COPILOT"}, copilot},
+        {{"--agent=cursor"}, "{\"output\": " + kCompactJson + "}\n"},
+        {{"--agent", "Windsurf"}, kCompactText + "\n"},
+    };
+    for (const auto& [agent, out] : rows) {
+        SCOPED_TRACE(::testing::PrintToString(agent));
+        expect_clean(hook("save-compact", R"({"session_id": "s1"})", agent), out);
+    }
     EXPECT_TRUE(host_calls().empty()) << "save-compact asks the index service nothing";
 }
 
 TEST_F(CommandLine, DebugLogSwitchAndLines) {
-    RunOptions on;
-    on.env["ORVANE_HOOK_DEBUG"] = "0";  // any non-empty value switches it on
-    ASSERT_EQ(run({"hooks", "save-compact"}, on).status, 0);
+    // Any non-empty value switches it on.
+    ASSERT_EQ(run({"hooks", "save-compact"}, {.env = {{"ORVANE_HOOK_DEBUG", "0"}}}).status, 0);
     EXPECT_TRUE(std::regex_match(
         debug_log(), std::regex(R"(\d\d:\d\d:\d\d cmd_hooks called: hook_cmd=save-compact\n)"
                                 R"(\d\d:\d\d:\d\d hook save-compact returned rc=0\n)")))
@@ -86,18 +88,15 @@ TEST_F(CommandLine, DebugLogSwitchAndLines) {
 
     fs::remove(logs_ / "hook_debug.log");
     for (const auto& off : std::vector<std::optional<std::string>>{"", std::nullopt}) {
-        RunOptions options;
-        options.env["ORVANE_HOOK_DEBUG"] = off;
-        ASSERT_EQ(run({"hooks", "save-compact"}, options).status, 0);
+        ASSERT_EQ(run({"hooks", "save-compact"}, {.env = {{"ORVANE_HOOK_DEBUG", off}}}).status, 0);
     }
     EXPECT_FALSE(fs::exists(logs_ / "hook_debug.log"));
 }
 
 TEST_F(CommandLine, MissingLogDirectoryBehavesAsLogOff) {
-    RunOptions missing;
-    missing.env["ORVANE_TAMBLO_LOG_DIR"] = (root_ / "no" / "such" / "dir").string();
-    RunOptions off;
-    off.env["ORVANE_HOOK_DEBUG"] = std::nullopt;
+    const RunOptions missing = {
+        .env = {{"ORVANE_TAMBLO_LOG_DIR", (root_ / "no/such/dir").string()}}};
+    const RunOptions off = {.env = {{"ORVANE_HOOK_DEBUG", std::nullopt}}};
     for (const auto& args : std::vector<std::vector<std::string>>{
              {"hooks"}, {"hooks", "save-compact", "--agent", "cursor"}}) {
         const HookRun with_missing = run(args, missing);
@@ -111,9 +110,8 @@ TEST_F(CommandLine, MissingLogDirectoryBehavesAsLogOff) {
 
 TEST_F(CommandLine, DefaultLogDirectoryIsCreatedUnderStateHome) {
     if (windows_build()) GTEST_SKIP() << "Windows keeps logs under %LOCALAPPDATA% instead";
-    RunOptions options;
-    options.env["ORVANE_TAMBLO_LOG_DIR"] = std::nullopt;
-    options.env["XDG_STATE_HOME"] = std::nullopt;
+    RunOptions options = {
+        .env = {{"ORVANE_TAMBLO_LOG_DIR", std::nullopt}, {"XDG_STATE_HOME", std::nullopt}}};
     ASSERT_EQ(run({"hooks", "save-compact"}, options).status, 0);
     EXPECT_TRUE(fs::exists(root_ / "home/.local/state/orvane-tamblo/logs/hook_debug.log"));
     options.env["XDG_STATE_HOME"] = (root_ / "state").string();
@@ -122,9 +120,7 @@ TEST_F(CommandLine, DefaultLogDirectoryIsCreatedUnderStateHome) {
 }
 
 TEST_F(CommandLine, FailuresEndThroughTheGuard) {
-    RunOptions closed;
-    closed.close_stdout = true;
-    expect_guarded(run({"hooks", "save-compact"}, closed), "save-compact");
+    expect_guarded(run({"hooks", "save-compact"}, {.close_stdout = true}), "save-compact");
     const auto messages = debug_messages();
     ASSERT_EQ(messages.size(), 2u);
     EXPECT_TRUE(messages[1].starts_with("hook save-compact EXCEPTION: ")) << messages[1];

@@ -17,14 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const std::string kWarning =
-    "## AI Cache Warning\n\n[!] orvane-tamblo daemon not responding. Run `orvane-tamblo serve` or "
-    "any orvane-tamblo command to auto-start.";
-const std::string kSaveCompact =
-    "## Context Compaction Imminent\n\nBefore context is reduced, persist important insights:\n"
-    "- `understand(action='store')` for file/module analysis\n"
-    "- `remember(action='store', key='...', value='...')` for decisions and insights";
-
 // True once `pid` no longer runs: gone, or a zombie waiting for whoever inherited it.
 bool gone_soon(pid_t pid) {
     for (auto until = std::chrono::steady_clock::now() + 2s;
@@ -59,9 +51,7 @@ TEST_F(Hardening, SignalEndsTheHookAndEveryProcessItStarted) {
     for (int sig : {SIGTERM, SIGINT}) {
         SCOPED_TRACE(strsignal(sig));
         fs::remove(pids);
-        RunOptions options;
-        options.signal = SignalAt{sig, pids};
-        const HookRun r = log_prompt(R"("hi")", options);
+        const HookRun r = log_prompt(R"("hi")", {.signal = SignalAt{sig, pids}});
         EXPECT_EQ(r.signal, sig);
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err, "");
@@ -79,9 +69,9 @@ TEST_F(Hardening, SignalEndsTheHookAndEveryProcessItStarted) {
 // Parented by a program that ignores SIGCHLD, the hook would lose its children's exit status.
 TEST_F(Hardening, IgnoredSigchldDoesNotTurnAFailedQueryIntoAnAnswer) {
     write_file(repo_ / "a.py", "");
-    RunOptions options;
-    options.ignore_sigchld = true;
-    options.stdin_data = input_with_path("windsurf", (repo_ / "a.py").string());
+    const RunOptions options = {
+        .stdin_data = input_with_path("windsurf", (repo_ / "a.py").string()),
+        .ignore_sigchld = true};
     const struct {
         int rc;
         std::string out;
@@ -125,9 +115,7 @@ TEST_F(Hardening, FloodingChildKeepsTheHookSmall) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.args[1]);
         fs::remove(logs_ / "hook_debug.log");
-        RunOptions options;
-        options.stdin_data = row.input;
-        const HookRun r = run(row.args, options);
+        const HookRun r = run(row.args, {.stdin_data = row.input});
         expect_clean(r, "");
         EXPECT_LT(r.peak_rss_kib, 64 * 1024);
         EXPECT_EQ(debug_messages(), row.debug);
@@ -144,9 +132,8 @@ TEST_F(Hardening, NulInAnArgumentEndsThroughTheGuard) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.input);
-        RunOptions options;
-        options.stdin_data = row.input;
-        const HookRun r = run({"hooks", "log-conversation", "--type", row.type}, options);
+        const HookRun r =
+            run({"hooks", "log-conversation", "--type", row.type}, {.stdin_data = row.input});
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err,
                   "orvane-tamblo hook log-conversation error: cannot run orvane-tamblo: an "
@@ -184,9 +171,7 @@ TEST_F(Hardening, HostIsNeverTakenFromTheRepository) {
         SCOPED_TRACE("PATH=" + row.path);
         fs::remove(logs_ / "hook_debug.log");
         fs::remove(scenario_ / "calls.log");
-        RunOptions options;
-        options.env["PATH"] = row.path;
-        expect_clean(log_prompt(R"("hi")", options), "");
+        expect_clean(log_prompt(R"("hi")", {.env = {{"PATH", row.path}}}), "");
         EXPECT_FALSE(fs::exists(marker));
         EXPECT_EQ(host_calls().size(), row.host_found ? 1u : 0u);
         std::vector<std::string> expected = {"cmd_hooks called: hook_cmd=log-conversation",
@@ -203,12 +188,9 @@ TEST_F(Hardening, RepeatedOptionTakesItsLastValue) {
         std::vector<std::string> args;
         std::string out;
     } rows[] = {
-        {{"save-compact", "--agent", "cursor", "--agent", "windsurf"}, kSaveCompact + "\n"},
+        {{"save-compact", "--agent", "cursor", "--agent", "windsurf"}, kCompactText + "\n"},
         {{"save-compact", "--agent", "windsurf", "--agent", "claude"},
-         "{\"systemMessage\": \"## Context Compaction Imminent\\n\\nBefore context is reduced, "
-         "persist important insights:\\n- `understand(action='store')` for file/module "
-         "analysis\\n- `remember(action='store', key='...', value='...')` for decisions and "
-         "insights\"}\n"},
+         "{\"systemMessage\": " + kCompactJson + "}\n"},
         {{"log-conversation", "--type", "tool", "--agent", "x", "--type", "user", "--agent", "y"},
          ""},
     };
@@ -216,9 +198,7 @@ TEST_F(Hardening, RepeatedOptionTakesItsLastValue) {
         SCOPED_TRACE(row.args[0]);
         std::vector<std::string> args = {"hooks"};
         args.insert(args.end(), row.args.begin(), row.args.end());
-        RunOptions options;
-        options.stdin_data = R"({"prompt": "hi"})";
-        expect_clean(run(args, options), row.out);
+        expect_clean(run(args, {.stdin_data = R"({"prompt": "hi"})"}), row.out);
     }
     ASSERT_EQ(host_calls().size(), 1u);
     EXPECT_EQ(host_calls()[0][3], "user");
@@ -234,11 +214,10 @@ TEST_F(Hardening, LogThatIsAFifoIsSkipped) {
         SCOPED_TRACE(reader ? "with a reader" : "without a reader");
         const int fd =
             reader ? ::open((logs_ / "hook_debug.log").c_str(), O_RDONLY | O_NONBLOCK) : -1;
-        RunOptions options;
-        options.env["ORVANE_TAMBLO_LOG_LEVEL"] = "debug";
-        options.limit_seconds = 10;
+        const RunOptions options = {.env = {{"ORVANE_TAMBLO_LOG_LEVEL", "debug"}},
+                                    .limit_seconds = 10};
         expect_clean(run({"hooks", "save-compact", "--agent", "windsurf"}, options),
-                     kSaveCompact + "\n");
+                     kCompactText + "\n");
         if (fd >= 0) {
             char buf[16];
             EXPECT_LE(::read(fd, buf, sizeof buf), 0);
@@ -293,9 +272,7 @@ TEST_F(Hardening, BriefComesOnlyFromARegularFileInsideTheRepository) {
         fs::create_directories(dir);
         row.make();
         fs::remove(logs_ / "hook_debug.log");
-        RunOptions options;
-        options.stdin_data = "{}";
-        const HookRun r = run({"hooks", "session-start", "--agent", "windsurf"}, options);
+        const HookRun r = hook("session-start", "{}", {"--agent", "windsurf"});
         EXPECT_EQ(r.err, "");
         EXPECT_EQ(r.status, 0);
         if (row.brief == built_in) {
@@ -372,8 +349,7 @@ TEST_F(NudgeState, SymbolicLinksAreNeverWrittenThrough) {
 // Nudges at the same moment each replace the whole file, so the last one's state stays whole;
 // no temporary file is left behind.
 TEST_F(NudgeState, ConcurrentNudgesLeaveOneWholeState) {
-    RunOptions options;
-    options.stdin_data = input_;
+    const RunOptions options = {.stdin_data = input_};
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         write_file(state_, R"({"last_nudge": 1000.0})");

@@ -31,14 +31,14 @@ struct SignalAt {
 };
 
 struct RunOptions {
-    std::string stdin_data;
+    std::string stdin_data{};
     bool stdin_never_closes = false;  // stdin is a pipe the test keeps open
     bool close_stdout = false;        // run with standard output closed (>&-)
     // Overrides of the base environment; nullopt removes the variable.
-    std::map<std::string, std::optional<std::string>> env;
-    std::optional<fs::path> cwd;  // default: the fixture's repository directory
-    bool ignore_sigchld = false;  // start the hook with SIGCHLD ignored
-    std::optional<SignalAt> signal;
+    std::map<std::string, std::optional<std::string>> env{};
+    std::optional<fs::path> cwd{};  // default: the fixture's repository directory
+    bool ignore_sigchld = false;    // start the hook with SIGCHLD ignored
+    std::optional<SignalAt> signal{};
     int limit_seconds = 60;  // then the hook is killed and the test fails
     bool real_host = false;  // the build, not the fake host, first on PATH
 };
@@ -94,6 +94,24 @@ class HookTest : public ::testing::Test {
                                const RunOptions& options);
     HookRun finish(const Started& started, const RunOptions& options);
 };
+
+// Texts several hooks write, as Windsurf's plain text shows them.
+inline const std::string kWarning =  // the cache section with the service down
+    "## AI Cache Warning\n\n[!] orvane-tamblo daemon not responding. Run `orvane-tamblo serve` or "
+    "any orvane-tamblo command to auto-start.";
+inline const std::string kNothingCached =
+    "## AI Cache Status\n\nNo cached understanding available. Start with:\n"
+    "- `explore(query=\"...\")` to search the codebase\n"
+    "- `understand(action='store')` after analyzing files to cache insights\n"
+    "- `remember(action='store', key='...', value='...')` for key decisions";
+inline const std::string kCompactJson =  // save-compact's notice as a JSON string
+    "\"## Context Compaction Imminent\\n\\nBefore context is reduced, persist important "
+    "insights:\\n- `understand(action='store')` for file/module analysis\\n- "
+    "`remember(action='store', key='...', value='...')` for decisions and insights\"";
+inline const std::string kCompactText =  // save-compact's notice
+    "## Context Compaction Imminent\n\nBefore context is reduced, persist important insights:\n"
+    "- `understand(action='store')` for file/module analysis\n"
+    "- `remember(action='store', key='...', value='...')` for decisions and insights";
 
 // Each agent's hook input naming `path` in the member that agent uses.
 std::string input_with_path(const std::string& agent, const std::string& path);

@@ -112,9 +112,9 @@ TEST_F(HostCalls, StoppedHookLeavesNothingRunning) {
              {"conversation-log-turn.pids", "conversation-log-turn.woke", "grandchild.log"}) {
             fs::remove(scenario_ / file);
         }
-        RunOptions options;
-        options.stdin_data = R"({"prompt": "hi"})";
-        options.signal = SignalAt{sig, scenario_ / "conversation-log-turn.pids", false};
+        const RunOptions options = {
+            .stdin_data = R"({"prompt": "hi"})",
+            .signal = SignalAt{sig, scenario_ / "conversation-log-turn.pids", false}};
         const auto start = std::chrono::steady_clock::now();
         const HookRun r = run({"hooks", "log-conversation", "--type", "user"}, options);
         EXPECT_EQ(r.out, "");

@@ -136,10 +136,10 @@ class InstallHooks : public HookTest {
     HookRun install(const std::string& agent, std::vector<std::string> extra = {}) {
         std::vector<std::string> args = {"install-hooks", "--agent", agent};
         args.insert(args.end(), extra.begin(), extra.end());
-        RunOptions options;
         // This build is the orvane-tamblo on PATH, as for a user who installed it.
-        options.env["PATH"] = fs::path(binary()).parent_path().string() + ":/usr/bin:/bin";
-        return run(args, options);
+        return run(
+            args,
+            {.env = {{"PATH", fs::path(binary()).parent_path().string() + ":/usr/bin:/bin"}}});
     }
     fs::path place(const std::string& file) const {
         return file.starts_with("~/") ? home() / file.substr(2) : repo_ / file;
@@ -356,8 +356,8 @@ TEST_F(InstallHooks, DryRunPrintsAndWritesNothing) {
 }
 
 TEST_F(InstallHooks, UserScopeWritesUnderHomeAndWarnsWhenPathFindsAnotherProgram) {
-    RunOptions options;  // the harness's PATH: the fake host comes first
-    const HookRun r = run({"install-hooks", "--agent", "claude", "--scope", "user"}, options);
+    // The harness's PATH: the fake host comes first.
+    const HookRun r = run({"install-hooks", "--agent", "claude", "--scope", "user"});
     EXPECT_EQ(r.status, 0);
     const std::string host_name = windows_build() ? "orvane-tamblo.exe" : "orvane-tamblo";
     EXPECT_EQ(r.err, "orvane-tamblo install-hooks: warning: the orvane-tamblo on PATH is " +
@@ -367,7 +367,7 @@ TEST_F(InstallHooks, UserScopeWritesUnderHomeAndWarnsWhenPathFindsAnotherProgram
     EXPECT_TRUE(fs::exists(home() / ".claude.json"));
     EXPECT_FALSE(fs::exists(repo_ / ".claude"));
 
-    const HookRun bad = run({"install-hooks", "--agent", "vim"}, options);
+    const HookRun bad = run({"install-hooks", "--agent", "vim"});
     EXPECT_EQ(bad.status, 2);
     EXPECT_NE(bad.err.find("--agent"), std::string::npos) << bad.err;
     EXPECT_NE(bad.err.find("vim"), std::string::npos) << bad.err;

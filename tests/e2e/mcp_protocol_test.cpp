@@ -106,14 +106,13 @@ TEST_F(McpProtocol, InitializeNegotiatesTheProtocolVersion) {
     };
     for (const auto& [asked, answered] : versions) {
         SCOPED_TRACE(asked);
-        RunOptions options;
-        options.stdin_data =
-            R"({"jsonrpc": "2.0", "id": 0, "method": "initialize", "params": )"
-            R"({"protocolVersion": ")" +
-            asked +
-            R"(", "capabilities": {}, "clientInfo": {"name": "t", "version": "1"}}})"
-            "\n";
-        const HookRun r = run({"mcp"}, options);
+        const HookRun r =
+            run({"mcp"}, {.stdin_data = R"({"jsonrpc": "2.0", "id": 0, "method": "initialize", )"
+                                        R"("params": {"protocolVersion": ")" +
+                                        asked +
+                                        R"(", "capabilities": {}, "clientInfo": )"
+                                        R"({"name": "t", "version": "1"}}})"
+                                        "\n"});
         EXPECT_EQ(r.out.rfind(R"({"jsonrpc": "2.0", "id": 0, "result": {"protocolVersion": ")" +
                                   answered +
                                   R"(", "capabilities": {"tools": {"listChanged": false}}, )"
@@ -126,13 +125,11 @@ TEST_F(McpProtocol, InitializeNegotiatesTheProtocolVersion) {
 }
 
 TEST_F(McpProtocol, ALastLineWithoutLineFeedIsAnswered) {
-    RunOptions options;
-    options.stdin_data =
-        "\r\n"
-        R"({"jsonrpc": "2.0", "id": 1, "method": "ping"})"
-        "\r\n"
-        R"({"jsonrpc": "2.0", "id": 2, "method": "ping"})";
-    EXPECT_EQ(run({"mcp"}, options).out,
+    EXPECT_EQ(run({"mcp"}, {.stdin_data = "\r\n"
+                                          R"({"jsonrpc": "2.0", "id": 1, "method": "ping"})"
+                                          "\r\n"
+                                          R"({"jsonrpc": "2.0", "id": 2, "method": "ping"})"})
+                  .out,
               "{\"jsonrpc\": \"2.0\", \"id\": 1, \"result\": {}}\n"
               "{\"jsonrpc\": \"2.0\", \"id\": 2, \"result\": {}}\n");
 }

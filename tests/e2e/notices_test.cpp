@@ -96,9 +96,7 @@ TEST_F(Notices, NoneOfTheNoticesReadsStandardInput) {
     stats(R"({"total": 12})");
     for (const std::string hook_name : {"persist-learnings", "save-compact", "inject-context"}) {
         SCOPED_TRACE(hook_name);
-        RunOptions options;
-        options.stdin_never_closes = true;
-        const HookRun r = run({"hooks", hook_name}, options);
+        const HookRun r = run({"hooks", hook_name}, {.stdin_never_closes = true});
         EXPECT_EQ(r.status, 0);
         EXPECT_EQ(r.err, "");
         EXPECT_NE(r.out, "");

@@ -37,15 +37,6 @@ const std::string kExample = R"--(B
 - `explore(query="...")` for multi-strategy code exploration
 - `remember(action='list')` to see stored project memories)--";
 
-const std::string kWarning =
-    "## AI Cache Warning\n\n[!] orvane-tamblo daemon not responding. Run `orvane-tamblo serve` or "
-    "any orvane-tamblo command to auto-start.";
-const std::string kNothingCached =
-    "## AI Cache Status\n\nNo cached understanding available. Start with:\n"
-    "- `explore(query=\"...\")` to search the codebase\n"
-    "- `understand(action='store')` after analyzing files to cache insights\n"
-    "- `remember(action='store', key='...', value='...')` for key decisions";
-
 std::string status_text(const std::string& total, const std::string& entries) {
     return "## AI Cache Status\n\n**" + total +
            " entries cached.** Use `understand(action=\"recall\", target=\"...\")` before reading "

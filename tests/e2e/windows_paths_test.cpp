@@ -36,10 +36,8 @@ class WindowsPaths : public HookTest {
     }
 
     HookRun check_cache(const std::string& path) {
-        RunOptions options;
-        options.cwd = wine_drive_c() / "repo";
-        options.stdin_data = input_with_path("claude", path);
-        return run({"hooks", "check-cache"}, options);
+        return run({"hooks", "check-cache"},
+                   {.stdin_data = input_with_path("claude", path), .cwd = wine_drive_c() / "repo"});
     }
 
     int lock_ = -1;
@@ -93,8 +91,7 @@ TEST_F(WindowsPaths, CaseFormAndDrivesDecideWhatIsInside) {
 
 TEST_F(WindowsPaths, DefaultLogDirectoryIsUnderLocalAppData) {
     // Wine sets %LOCALAPPDATA% itself, to its user's folder in the prefix.
-    RunOptions options;
-    options.env["ORVANE_TAMBLO_LOG_DIR"] = std::nullopt;
+    const RunOptions options = {.env = {{"ORVANE_TAMBLO_LOG_DIR", std::nullopt}}};
     std::vector<fs::path> logs;
     for (const auto& user : fs::directory_iterator(wine_drive_c() / "users")) {
         if (!user.is_directory()) continue;
