@@ -46,7 +46,14 @@ TEST_F(FileHints, WhenEachHookSpeaks) {
         {"claude", "check-cache", model, 0, kRecallClaude},  // no "fresh": fresh
         {"windsurf", "check-cache", R"({"found": true, "fresh": null})", 0, kStaleWindsurf},
         {"claude", "check-cache", automatic, 0, ""},
+        // Only the boolean true marks the indexer's own entry.
+        {"claude", "check-cache", R"({"found": true, "understanding": {"auto_generated": 1}})", 0,
+         kRecallClaude},
+        {"claude", "check-cache", R"({"found": true, "understanding": {"auto_generated": "true"}})",
+         0, kRecallClaude},
+        {"claude", "check-cache", R"({"found": true, "understanding": null})", 0, kRecallClaude},
         {"claude", "check-cache", R"({"found": false})", 0, ""},
+        {"claude", "check-cache", "{}", 0, ""},
         {"claude", "check-cache", model, 1, ""},  // host down: its output is ignored
         {"claude", "refresh-cache", R"({"found": true, "fresh": false})", 0, kRefreshClaude},
         {"claude", "refresh-cache", automatic, 0, ""},
@@ -92,7 +99,10 @@ TEST_F(FileHints, NonObjectInputOrAnswerEndsThroughTheGuard) {
         SCOPED_TRACE(name);
         expect_guarded(hook(name, R"({"filePath": "a.py"})"), name);
     }
-    EXPECT_EQ(host_calls().size(), 3u);
+    // An understanding that is no object cannot be read from.
+    answer(kRecallKey, R"({"found": true, "understanding": [1]})");
+    expect_guarded(hook("check-cache", R"({"filePath": "a.py"})"), "check-cache");
+    EXPECT_EQ(host_calls().size(), 4u);
 }
 
 }  // namespace

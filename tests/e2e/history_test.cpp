@@ -39,18 +39,37 @@ TEST_F(History, UserTurnArguments) {
     scenario_file("conversation-log-turn.stderr", "boom\n");
     scenario_file("conversation-log-turn.rc", "1");
     const Args hi = {"log-turn", "--type", "user", "--prompt", "hi"};
-    run_rows({"log-conversation", "--type", "user"},
-             {
-                 {R"({"session_id": "s1", "prompt": "hi"})",
-                  Args{"log-turn", "--session-id=s1", "--type", "user", "--prompt", "hi"}},
-                 {R"({"prompt": "hi"})", hi},
-                 {R"({"session_id": "bad id!", "prompt": "hi"})", hi},
-                 {R"({"user_prompt": "a", "prompt": "b"})",
-                  Args{"log-turn", "--type", "user", "--prompt", "a"}},
-                 {R"({"user_prompt": "", "prompt": 7})",
-                  Args{"log-turn", "--type", "user", "--prompt", "7"}},
-                 {R"({"session_id": "s1", "user_prompt": "", "prompt": null})", std::nullopt},
-             });
+    const std::string id100 = "Ab-9_z" + std::string(94, 'a');
+    const std::string e30000 = [] {
+        std::string s;
+        for (int i = 0; i < 30000; ++i) s += "\xC3\xA9";
+        return s;
+    }();
+    std::vector<Row> rows = {
+        {R"({"session_id": ")" + id100 + R"(", "prompt": "hi"})",
+         Args{"log-turn", "--session-id=" + id100, "--type", "user", "--prompt", "hi"}},
+        {R"({"prompt": "hi"})", hi},
+        {R"({"user_prompt": "a", "prompt": "b"})",
+         Args{"log-turn", "--type", "user", "--prompt", "a"}},
+        {R"({"user_prompt": "", "prompt": 7})",
+         Args{"log-turn", "--type", "user", "--prompt", "7"}},
+        {R"({"session_id": "s1", "user_prompt": "", "prompt": null})", std::nullopt},
+        // Cut at 30,000 characters, not bytes; a lone surrogate is one.
+        {R"({"prompt": ")" + e30000 + R"(\u00e9"})",
+         Args{"log-turn", "--type", "user", "--prompt", e30000}},
+        {R"({"prompt": "\ud83d)" + std::string(30000, 'x') + R"("})",
+         Args{"log-turn", "--type", "user", "--prompt", "\xED\xA0\xBD" + std::string(29999, 'x')}},
+    };
+    // Unsafe or empty session ids are left out; the turn is still logged. A list is measured
+    // before it counts as the wrong kind of value.
+    std::string list101 = "[1";
+    for (int i = 0; i < 100; ++i) list101 += ",1";
+    for (const std::string& id : std::vector<std::string>{
+             R"("bad id!")", R"("abc/def")", R"("abc\n\n")", R"("")", "null", "0",
+             "\"" + id100 + "a\"", "\"" + id100 + "\\n\"", list101 + "]"}) {
+        rows.push_back({R"({"session_id": )" + id + R"(, "prompt": "hi"})", hi});
+    }
+    run_rows({"log-conversation", "--type", "user"}, rows);
     EXPECT_EQ(host_log(), "");
     EXPECT_EQ(debug_log().find("subprocess failed"), std::string::npos) << debug_log();
 }
@@ -105,6 +124,7 @@ TEST_F(History, WrongKindOfValueEndsThroughTheGuardBeforeAnyChild) {
         std::string input;
     } cases[] = {
         {{"log-conversation", "--type", "user"}, R"({"session_id": 42, "prompt": "hi"})"},
+        {{"log-conversation", "--type", "user"}, R"({"session_id": ["a"], "prompt": "hi"})"},
         // The session id is checked even for a turn that would be dropped anyway.
         {{"log-conversation", "--type", "tool"}, R"({"session_id": true})"},
         {{"finalize"}, R"({"session_id": 42})"},
@@ -143,8 +163,7 @@ TEST_F(History, ChildFailuresAreOnlyLogged) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.hook + (c.slow ? " slow " : " missing ") + c.log_level);
         for (const char* file : {"orvane-tamblo.log", "hook_debug.log"}) fs::remove(logs_ / file);
-        RunOptions options;
-        options.stdin_data = R"({"session_id": "s1", "prompt": "hi"})";
+        RunOptions options = {.stdin_data = R"({"session_id": "s1", "prompt": "hi"})"};
         if (!c.slow) options.env["PATH"] = "/usr/bin:/bin";
         if (!c.log_level.empty()) options.env["ORVANE_TAMBLO_LOG_LEVEL"] = c.log_level;
         const auto start = std::chrono::steady_clock::now();
