@@ -13,6 +13,10 @@ const std::string kRecallClaude =
     "understanding exists for `src/app/my file.py` \\u2014 consider "
     "`understand(action=\\\"recall\\\", "
     "target=\\\"src/app/my file.py\\\")` before reading the full file (saves tokens).\"}}\n";
+const std::string kRecallCopilot =
+    "{\"message\": \"Cached understanding exists for `src/app/my file.py` \\u2014 consider "
+    "`understand(action=\\\"recall\\\", target=\\\"src/app/my file.py\\\")` before reading the "
+    "full file (saves tokens).\", \"action\": \"approve\"}\n";
 const std::string kStaleWindsurf =
     "Cached understanding exists for `src/app/my file.py` but is **stale** (the file changed since "
     "it was cached). After reading, refresh it with `understand(action=\"store\", "
@@ -45,6 +49,7 @@ TEST_F(FileHints, WhenEachHookSpeaks) {
     } rows[] = {
         {"claude", "check-cache", model, 0, kRecallClaude},  // no "fresh": fresh
         {"windsurf", "check-cache", R"({"found": true, "fresh": null})", 0, kStaleWindsurf},
+        {"copilot", "check-cache", model, 0, kRecallCopilot},
         {"claude", "check-cache", automatic, 0, ""},
         // Only the boolean true marks the indexer's own entry.
         {"claude", "check-cache", R"({"found": true, "understanding": {"auto_generated": 1}})", 0,

@@ -139,6 +139,9 @@ TEST_F(SessionStart, ConversationSummaryAndItsQueries) {
         {listed, R"({"goals": [")" + b200 + R"(", "g2", "g3", "g4", "g5"]})",
          "### Session Goals\n1. " + b200 + "\n2. g2\n3. g3"},
         {listed, R"({"goals": [")" + e200 + "\u00e9\"]}", "### Session Goals\n1. " + e200 + "..."},
+        // Plain text has no escape for a lone surrogate: it shows as U+FFFD.
+        {listed, R"({"goals": ["a\ud83d-\ud7ff"]})",
+         "### Session Goals\n1. a\xEF\xBF\xBD-\xED\x9F\xBF"},
         {listed, R"({"recent_activity": ["a1", "a2", "a3", "a4", "a5", "a6", "a7"]})",
          "\n### Recent Activity\n- a1\n- a2\n- a3\n- a4\n- a5"},
         {listed,
