@@ -1,5 +1,5 @@
 // suggest-tamblo: which patterns get the symbol-search nudge, the message, and the state file that
-// keeps nudges at least ten minutes apart.
+// keeps nudges at least ten minutes apart, replaced whole and never written through a link.
 #include <chrono>
 #include <cstdio>
 #include <optional>
@@ -40,6 +40,9 @@ std::string state_text(double last_nudge) {
     return buf;
 }
 
+// The whole state file: the time of the last nudge, with a decimal point and no line feed.
+const std::regex kState(R"(\{"last_nudge": (\d+\.\d+)\})");
+
 class SuggestTamblo : public HookTest {
   protected:
     void SetUp() override {
@@ -56,8 +59,7 @@ class SuggestTamblo : public HookTest {
     }
 
     // Runs a search and checks its response ("" for silence, else the pattern as the JSON
-    // response shows it), and that only a nudge rewrote the state file: with the time just now,
-    // a decimal point and no line feed.
+    // response shows it), and that only a nudge rewrote the state file, with the time just now.
     void expect_search(const std::string& pattern_json, const std::string& shown,
                        const std::vector<std::string>& args = {}) {
         const bool existed = fs::exists(state_);
@@ -72,8 +74,7 @@ class SuggestTamblo : public HookTest {
             return;
         }
         std::smatch m;
-        ASSERT_TRUE(std::regex_match(text, m, std::regex(R"(\{"last_nudge": (\d+\.\d+)\})")))
-            << text;
+        ASSERT_TRUE(std::regex_match(text, m, kState)) << text;
         EXPECT_NEAR(std::stod(m[1]), now_seconds(), 5.0);
     }
 
@@ -178,6 +179,45 @@ TEST_F(SuggestTamblo, UnwritableStateNudgesEveryTime) {
                      kGetUserNudge);
     }
     EXPECT_TRUE(fs::is_directory(state_));
+}
+
+// The state is written to a new file that replaces the old one: a link in its place is replaced,
+// never written through, and a linked directory is not entered.
+TEST_F(SuggestTamblo, SymbolicLinksAreNeverWrittenThrough) {
+    const fs::path elsewhere = root_ / "elsewhere";
+    fs::create_directories(elsewhere / "codebase-index");
+    write_file(elsewhere / "codebase-index/index.db", "");
+    write_file(root_ / "home/somefile", "precious");
+
+    fs::create_symlink(root_ / "home/somefile", state_);
+    expect_search(R"("getUser")", "getUser");
+    EXPECT_EQ(read_file(root_ / "home/somefile"), "precious");
+    EXPECT_FALSE(fs::is_symlink(state_));
+
+    fs::remove_all(repo_ / "memory");
+    fs::create_directory_symlink(elsewhere, repo_ / "memory");
+    // The marker is only looked at, so the link counts there.
+    expect_clean(hook("suggest-tamblo", R"({"tool_input": {"pattern": "getUser"}})"),
+                 kGetUserNudge);
+    EXPECT_FALSE(fs::exists(elsewhere / "codebase-index/.suggest_state.json"));
+    EXPECT_EQ(fs::directory_iterator(elsewhere / "codebase-index")->path().filename(), "index.db");
+}
+
+// Nudges at the same moment each replace the whole file, so the last one's state stays whole;
+// no temporary file is left behind.
+TEST_F(SuggestTamblo, ConcurrentNudgesLeaveOneWholeState) {
+    const RunOptions options = {.stdin_data = R"({"tool_input": {"pattern": "getUser"}})"};
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        write_file(state_, R"({"last_nudge": 1000.0})");
+        for (const HookRun& r : run_together(20, {"hooks", "suggest-tamblo"}, options)) {
+            EXPECT_TRUE(r.out == kGetUserNudge || r.out.empty()) << r.out;
+            EXPECT_EQ(r.status, 0) << r.err;
+        }
+        ASSERT_TRUE(std::regex_match(read_file(state_), kState)) << read_file(state_);
+        // index.db and the state
+        ASSERT_EQ(std::distance(fs::directory_iterator(index_dir_), fs::directory_iterator()), 2);
+    }
 }
 
 }  // namespace
