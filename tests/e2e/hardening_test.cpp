@@ -169,8 +169,7 @@ TEST_F(Hardening, HostIsNeverTakenFromTheRepository) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE("PATH=" + row.path);
-        fs::remove(logs_ / "hook_debug.log");
-        fs::remove(scenario_ / "calls.log");
+        forget_runs();
         expect_clean(log_prompt(R"("hi")", {.env = {{"PATH", row.path}}}), "");
         EXPECT_FALSE(fs::exists(marker));
         EXPECT_EQ(host_calls().size(), row.host_found ? 1u : 0u);

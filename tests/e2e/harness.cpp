@@ -32,9 +32,14 @@ void write_file(const fs::path& path, const std::string& content) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
 }
 
-std::string input_with_path(const std::string& agent, const std::string& path) {
+std::string json_string(const std::string& text) {
     std::string quoted;
-    support::append_json_string(quoted, path);
+    support::append_json_string(quoted, text);
+    return quoted;
+}
+
+std::string input_with_path(const std::string& agent, const std::string& path) {
+    const std::string quoted = json_string(path);
     if (agent == "windsurf") return "{\"tool_info\": {\"file_path\": " + quoted + "}}";
     if (agent == "copilot") return "{\"toolArgs\": " + quoted + "}";
     if (agent == "cursor") return "{\"filePath\": " + quoted + "}";
@@ -302,9 +307,7 @@ HookRun HookTest::hook(const std::string& name, const std::string& stdin_data,
                        const std::vector<std::string>& extra_args) {
     std::vector<std::string> args = {"hooks", name};
     args.insert(args.end(), extra_args.begin(), extra_args.end());
-    RunOptions options;
-    options.stdin_data = stdin_data;
-    return run(args, options);
+    return run(args, {.stdin_data = stdin_data});
 }
 
 void HookTest::answer(const std::string& key, const std::string& stdout_text, int rc) {
@@ -332,6 +335,11 @@ std::vector<std::vector<std::string>> HookTest::host_calls() const {
         }
     }
     return calls;
+}
+
+void HookTest::forget_runs() const {
+    fs::remove(scenario_ / "calls.log");
+    fs::remove(logs_ / "hook_debug.log");
 }
 
 std::string HookTest::debug_log() const {

@@ -73,6 +73,7 @@ class HookTest : public ::testing::Test {
 
     // Every call the fake host received, each as its argument vector without argv[0].
     std::vector<std::vector<std::string>> host_calls() const;
+    void forget_runs() const;  // the host calls and the debug log so far
 
     std::string debug_log() const;  // hook_debug.log, "" when missing
     std::string host_log() const;   // orvane-tamblo.log, "" when missing
@@ -115,6 +116,7 @@ inline const std::string kCompactText =  // save-compact's notice
 
 // Each agent's hook input naming `path` in the member that agent uses.
 std::string input_with_path(const std::string& agent, const std::string& path);
+std::string json_string(const std::string& text);  // quoted and escaped
 
 // One line on standard error from the dispatcher's guard, status 0, nothing on standard output.
 void expect_guarded(const HookRun& run, const std::string& hook);

@@ -1,6 +1,6 @@
-// Hook input is read by the JSON grammar, no more and no less: what the grammar allows reaches
-// the host as the agent wrote it (agents cut strings inside emoji and write big integers), and
-// anything after the value makes the input unreadable.
+// Hook input is read by the JSON grammar, no more and no less, after any byte-order marks: what
+// the grammar allows reaches the host as the agent wrote it (agents cut strings inside emoji and
+// write big integers), and anything after the value makes the input unreadable.
 #include "harness.hpp"
 
 namespace e2e {
@@ -48,34 +48,50 @@ TEST_F(JsonInput, ValuesTheGrammarAllowsReachTheHost) {
     EXPECT_EQ(debug_log().find("read_json_input"), std::string::npos) << debug_log();
 }
 
-// Blank input, Unicode blanks too, is an empty object; so is input that is not an object or
-// cannot be read (anything after the value, bytes that are not UTF-8), with one line in the log.
-TEST_F(JsonInput, AnythingButAnObjectIsAnEmptyOne) {
+// Byte-order marks are read through, a misread one too; blank input, Unicode blanks too, is an
+// empty object; so is input that is not an object or cannot be read (a second misread mark,
+// anything after the value, bytes that are not UTF-8), with one line in the debug log.
+TEST_F(JsonInput, ByteOrderMarksBlanksAndWhatIsNoObject) {
+    const std::string json = R"({"prompt": "hi"})";
+    const std::string bom = "\xEF\xBB\xBF";                     // U+FEFF
+    const std::string latin1_bom = "\xC3\xAF\xC2\xBB\xC2\xBF";  // "ï»¿"
     const std::string failed = "read_json_input failed to parse stdin: ";
     const std::string type = "read_json_input: stdin not a JSON object (type=";
     const struct {
-        std::string input, log;  // log: the line between the dispatcher's two, or its start
+        std::string input;
+        bool read;        // the prompt reaches the host
+        std::string log;  // the line between the dispatcher's two, or its start; "" for none
     } rows[] = {
-        {"", ""},
-        {" \t\xC2\xA0\xE3\x80\x80\xE2\x80\xA8\r\n", ""},
-        {"\xE2\x80\x8B", failed},  // a zero-width space is no blank
-        {std::string(R"({"prompt": "x"})") + '\0', failed},
-        {"{\"prompt\": \"\xff\"}", failed},
-        {"[1,2]", type + "list)"},
-        {R"("s")", type + "str)"},
-        {"42", type + "int)"},
-        {"1e3", type + "float)"},
-        {"false", type + "bool)"},
-        {"null", type + "NoneType)"},
+        {bom + json, true, ""},
+        {bom + bom + latin1_bom + json, true, ""},
+        {latin1_bom + json, true, ""},
+        {latin1_bom + latin1_bom + json, false, failed},
+        {latin1_bom + bom + json, false, failed},
+        {bom + "\n", false, ""},
+        {"", false, ""},
+        {" \t\xC2\xA0\xE3\x80\x80\xE2\x80\xA8\r\n", false, ""},
+        {"\xE2\x80\x8B", false, failed},  // a zero-width space is no blank
+        {json + '\0', false, failed},
+        {"{\"prompt\": \"\xff\"}", false, failed},
+        {"[1,2]", false, type + "list)"},
+        {R"("s")", false, type + "str)"},
+        {"42", false, type + "int)"},
+        {"1e3", false, type + "float)"},
+        {"false", false, type + "bool)"},
+        {"null", false, type + "NoneType)"},
     };
+    const std::vector<Args> read = {
+        {"conversation", "log-turn", "--type", "user", "--prompt", "hi"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.input);
         fs::remove(logs_ / "hook_debug.log");
         log_turn("user", row.input);
-        EXPECT_EQ(host_calls(), std::vector<Args>{});
+        EXPECT_EQ(host_calls(), row.read ? read : std::vector<Args>{});
         const std::vector<std::string> messages = debug_messages();
         ASSERT_EQ(messages.size(), row.log.empty() ? 2u : 3u) << debug_log();
-        if (!row.log.empty()) EXPECT_TRUE(messages[1].starts_with(row.log)) << messages[1];
+        if (!row.log.empty()) {
+            EXPECT_TRUE(messages[1].starts_with(row.log)) << messages[1];
+        }
     }
 }
 

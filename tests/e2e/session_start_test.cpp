@@ -60,11 +60,6 @@ class SessionStart : public HookTest {
         return r.out;
     }
 
-    void forget_runs() {
-        fs::remove(scenario_ / "calls.log");
-        fs::remove(logs_ / "hook_debug.log");
-    }
-
     std::vector<std::string> runner_failures() const {
         std::vector<std::string> found;
         for (const auto& m : debug_messages()) {
