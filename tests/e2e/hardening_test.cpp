@@ -156,6 +156,12 @@ TEST_F(Hardening, HostIsNeverTakenFromTheRepository) {
                           dir / "orvane-tamblo.exe");
         }
     }
+    // Passed over as well: a file that may not be run, and a directory, of the program's name.
+    fs::create_directories(root_ / "plain");
+    write_file(root_ / "plain/orvane-tamblo", "#!/bin/sh\ntouch '" + marker.string() + "'\n");
+    fs::create_directories(root_ / "dir" /
+                           (windows_build() ? "orvane-tamblo.exe" : "orvane-tamblo"));
+    const std::string unusable = (root_ / "plain").string() + ":" + (root_ / "dir").string() + ":";
     // Under Wine the system's text for a missing file is its own.
     const std::string not_found =
         "hook_log_conversation subprocess failed: could not start orvane-tamblo: " +
@@ -164,8 +170,14 @@ TEST_F(Hardening, HostIsNeverTakenFromTheRepository) {
         std::string path;
         bool host_found;
     } rows[] = {
-        {"", false},           {"/usr/bin:/bin:", false}, {":/usr/bin", false},
-        {".:/usr/bin", false}, {"bin:/usr/bin", false},   {"bin:" + fake_host_dir(), true},
+        {"", false},
+        {"/usr/bin:/bin:", false},
+        {":/usr/bin", false},
+        {".:/usr/bin", false},
+        {"bin:/usr/bin", false},
+        {"bin:" + fake_host_dir(), true},
+        {unusable + "/usr/bin", false},
+        {unusable + fake_host_dir() + "/", true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE("PATH=" + row.path);
