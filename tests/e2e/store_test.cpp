@@ -156,49 +156,64 @@ TEST_F(Store, ConcurrentTurnsAreAllRecorded) {
         << list.out << debug_log() << host_log();
 }
 
-// A corrupt or read-only database: clear errors from the commands, the hooks carry on as with the
-// service down, and the file is never rewritten.
+// A corrupt, foreign, newer or read-only database: clear errors from the commands, the hooks carry
+// on as with the service down, and the file is never rewritten.
 TEST_F(Store, CorruptAndReadOnlyDatabasesAreLeftAlone) {
+    const auto make_db = [&](const std::string& statement) {
+        fs::create_directories(db().parent_path());
+        sql(statement);
+    };
     struct Case {
         std::string name;
         std::function<void()> arrange;
-        std::string error;  // after "<command>: error: "
+        std::string error;  // after "<command>: error: memory/codebase-index/orvane.db: "
         bool readable;
     };
     const std::vector<Case> cases = {
         {"corrupt",
          [&] {
-             fs::create_directories(db().parent_path());
+             make_db("");
              write_file(db(), std::string(4096, 'x'));
          },
-         "memory/codebase-index/orvane.db: file is not a database", false},
+         "file is not a database", false},
         {"read-only",
          [&] {
              host({"query", "understand", "--action=store", "--target=src/app/users.py"});
              fs::permissions(
                  db(), fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
          },
-         "memory/codebase-index/orvane.db: the file is read-only", true},
+         "the file is read-only", true},
+        // Another program's database, or one a newer version wrote.
+        {"foreign table", [&] { make_db("CREATE TABLE t(a)"); },
+         "holds an unexpected schema object 't'; it is left as it is", false},
+        {"foreign application", [&] { make_db("PRAGMA application_id=1"); },
+         "is not an orvane-tamblo store; it is left as it is", false},
+        {"newer schema",
+         [&] { make_db("PRAGMA application_id=1332901460; PRAGMA user_version=2"); },
+         "was written by a newer orvane-tamblo (schema version 2); it is left as it is", false},
     };
     const std::vector<std::pair<std::string, Args>> writes = {
         {"conversation log-turn", {"conversation", "log-turn", "--type", "user", "--prompt", "x"}},
         {"conversation finalize", {"conversation", "finalize", "--status=completed"}},
         {"query understand", {"query", "understand", "--action=store", "--target=a"}},
     };
+    const std::string file = "memory/codebase-index/orvane.db: ";
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         fs::remove_all(repo_ / "memory");
         c.arrange();
         const std::string before = read_file(db());
         for (const auto& [command, args] : writes) {
-            expect_error(host(args), "orvane-tamblo " + command + ": error: " + c.error + "\n", 1);
+            expect_error(host(args),
+                         "orvane-tamblo " + command + ": error: " + file + c.error + "\n", 1);
         }
         const HookRun recall =
             host({"query", "understand", "--action=recall", "--target=src/app/users.py"});
         if (c.readable) {
             EXPECT_EQ(recall.out.substr(0, 30), R"({"found": true, "fresh": true,)");
         } else {
-            expect_error(recall, "orvane-tamblo query understand: error: " + c.error + "\n", 1);
+            expect_error(recall, "orvane-tamblo query understand: error: " + file + c.error + "\n",
+                         1);
         }
         expect_clean(real_hook("log-conversation", R"({"session_id": "s1", "prompt": "hi"})",
                                {"--type", "user"}),

@@ -1,7 +1,6 @@
-// The store's own rules: what a tool turn says at a glance, how entries are listed, when a file
-// counts as changed, and which databases are refused.
+// The store's own rules: what a tool turn says at a glance, how entries are listed, and when a file
+// counts as changed.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <stdlib.h>
 
 #include <filesystem>
@@ -136,34 +135,6 @@ TEST_F(StoreApi, FreshnessFollowsTheContent) {
 
     fs::remove(root_ / "f.py");
     EXPECT_FALSE(fresh());
-}
-
-TEST_F(StoreApi, ForeignAndNewerDatabasesAreRefused) {
-    fs::create_directories(root_ / "memory/codebase-index");
-    const std::string db = (root_ / "memory/codebase-index/orvane.db").string();
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"CREATE TABLE t(a)", "holds an unexpected schema object 't'"},
-        {"PRAGMA application_id=1", "is not an orvane-tamblo store"},
-        {"PRAGMA application_id=1332901460; PRAGMA user_version=2",
-         "was written by a newer orvane-tamblo (schema version 2)"},
-    };
-    for (const auto& [sql, why] : cases) {
-        SCOPED_TRACE(sql);
-        fs::remove(db);
-        sqlite3* handle = nullptr;
-        ASSERT_EQ(sqlite3_open(db.c_str(), &handle), SQLITE_OK);
-        ASSERT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-        sqlite3_close(handle);
-        for (const auto access : {Store::Access::read, Store::Access::write}) {
-            try {
-                open(access);
-                ADD_FAILURE() << "opened";
-            } catch (const host::store::StoreError& e) {
-                EXPECT_EQ(std::string(e.what()),
-                          "memory/codebase-index/orvane.db: " + why + "; it is left as it is");
-            }
-        }
-    }
 }
 
 }  // namespace
