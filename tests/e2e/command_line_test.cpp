@@ -70,6 +70,20 @@ TEST_F(CommandLine, SaveCompactWritesEachAgentsSystemMessage) {
     EXPECT_TRUE(host_calls().empty()) << "save-compact asks the index service nothing";
 }
 
+// Parsers conventionally take the last value of a repeated option; a parse error would exit 2,
+// which blocks the tool call for Claude Code.
+TEST_F(CommandLine, RepeatedOptionTakesItsLastValue) {
+    expect_clean(hook("save-compact", "", {"--agent", "cursor", "--agent", "windsurf"}),
+                 kCompactText + "\n");
+    expect_clean(hook("save-compact", "", {"--agent", "windsurf", "--agent", "claude"}),
+                 "{\"systemMessage\": " + kCompactJson + "}\n");
+    expect_clean(hook("log-conversation", R"({"prompt": "hi"})",
+                      {"--type", "tool", "--agent", "x", "--type", "user", "--agent", "y"}),
+                 "");
+    EXPECT_EQ(host_calls(), (std::vector<std::vector<std::string>>{
+                                {"conversation", "log-turn", "--type", "user", "--prompt", "hi"}}));
+}
+
 TEST_F(CommandLine, DebugLogSwitchAndLines) {
     // Any non-empty value switches it on.
     ASSERT_EQ(run({"hooks", "save-compact"}, {.env = {{"ORVANE_HOOK_DEBUG", "0"}}}).status, 0);
@@ -125,9 +139,13 @@ TEST_F(CommandLine, FailuresEndThroughTheGuard) {
     ASSERT_EQ(messages.size(), 2u);
     EXPECT_TRUE(messages[1].starts_with("hook save-compact EXCEPTION: ")) << messages[1];
 
-    // Input nested too deeply to hold is a failure, not bad input to forgive.
-    expect_guarded(hook("check-cache", std::string(100000, '[') + std::string(100000, ']')),
-                   "check-cache");
+    // Input nested too deeply to hold is a failure, not bad input to forgive; 1000 levels are held.
+    for (const auto& [open, close] : {std::pair{"[", "]"}, std::pair{"{\"a\": ", "}"}}) {
+        std::string held = "1";
+        for (int i = 0; i < 1000; ++i) held = open + held + close;
+        expect_clean(hook("check-cache", held), "");
+        expect_guarded(hook("check-cache", open + held + close), "check-cache");
+    }
 }
 
 }  // namespace

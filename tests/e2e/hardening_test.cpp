@@ -192,29 +192,6 @@ TEST_F(Hardening, HostIsNeverTakenFromTheRepository) {
     }
 }
 
-// Parsers conventionally take the last value of a repeated option; a parse error would exit 2,
-// which blocks the tool call for Claude Code.
-TEST_F(Hardening, RepeatedOptionTakesItsLastValue) {
-    const struct {
-        std::vector<std::string> args;
-        std::string out;
-    } rows[] = {
-        {{"save-compact", "--agent", "cursor", "--agent", "windsurf"}, kCompactText + "\n"},
-        {{"save-compact", "--agent", "windsurf", "--agent", "claude"},
-         "{\"systemMessage\": " + kCompactJson + "}\n"},
-        {{"log-conversation", "--type", "tool", "--agent", "x", "--type", "user", "--agent", "y"},
-         ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.args[0]);
-        std::vector<std::string> args = {"hooks"};
-        args.insert(args.end(), row.args.begin(), row.args.end());
-        expect_clean(run(args, {.stdin_data = R"({"prompt": "hi"})"}), row.out);
-    }
-    ASSERT_EQ(host_calls().size(), 1u);
-    EXPECT_EQ(host_calls()[0][3], "user");
-}
-
 // Logs are appended to regular files only: a FIFO, with or without a reader, is passed over at
 // once and gets nothing.
 TEST_F(Hardening, LogThatIsAFifoIsSkipped) {

@@ -87,23 +87,6 @@ TEST(JsonReadTest, RefusesWhatTheGrammarDoesNot) {
     }
 }
 
-TEST(JsonReadTest, DepthLimit) {
-    // Too deep is not bad text: callers that forgive bad text must still report it.
-    for (const char* open : {"[", "{\"a\":"}) {
-        std::string deepest;
-        for (int i = 0; i < 1000; ++i) deepest += open;
-        const char close = open[0] == '[' ? ']' : '}';
-        EXPECT_NO_THROW(to_json_text(parse_json(deepest + "1" + std::string(1000, close))));
-        try {
-            parse_json(open + deepest + "1" + std::string(1001, close));
-            ADD_FAILURE() << "no exception for " << open;
-        } catch (const support::JsonDepthError&) {
-        } catch (const std::exception& e) {
-            ADD_FAILURE() << "deep nesting reported as " << e.what();
-        }
-    }
-}
-
 TEST(JsonValueTest, NumbersTruthAndPlainText) {
     const struct {
         const char* json;
