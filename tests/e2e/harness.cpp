@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 extern char** environ;
@@ -22,10 +23,7 @@ namespace e2e {
 
 std::string read_file(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
-    if (!in) return "";
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void write_file(const fs::path& path, const std::string& content) {

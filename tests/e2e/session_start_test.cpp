@@ -170,40 +170,11 @@ TEST_F(SessionStart, ConversationSummaryAndItsQueries) {
     EXPECT_EQ(windsurf(), kWarning + "\n");
 }
 
-// The statistics query shows the runner's outcome: an answer, or no answer and the warning. Only
-// the caught failures leave a debug line; the child's standard error shows nowhere.
-TEST_F(SessionStart, QueryRunnerOutcomes) {
+// The statistics query's outcome as the cache section shows it: an answer, or no usable answer and
+// the warning. Only the runner's caught failures leave a debug line; the child's standard error
+// shows nowhere.
+TEST_F(SessionStart, CacheSectionFromTheStatisticsQuery) {
     scenario_file("query-understand-stats.stderr", "child complaint\n");
-    const struct {
-        const char* name;
-        std::string out;
-        int rc;
-        std::string cache;
-        std::size_t logged;
-    } rows[] = {
-        {"answer", "{\"total\": 0}\n", 0, kNothingCached, 0},
-        {"exit 1 with JSON", "{\"total\": 0}\n", 1, kWarning, 0},
-        {"blank", " \t\n ", 0, kWarning, 0},
-        {"null", "null", 0, kWarning, 0},
-        {"not JSON", "not json", 0, kWarning, 1},
-        {"two documents", "{\"total\": 0}{\"total\": 0}", 0, kWarning, 1},
-        {"host missing", "", -1, kWarning, 2},  // list and statistics
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        forget_runs();
-        answer("query-understand-stats", row.out, row.rc);
-        RunOptions options;
-        if (row.rc < 0) options.env["PATH"] = "/usr/bin:/bin";
-        expect_clean(run({"hooks", "session-start", "--agent", "windsurf"}, options),
-                     "B\n\n" + row.cache + "\n");
-        EXPECT_EQ(host_calls().empty(), row.rc < 0);
-        EXPECT_EQ(runner_failures().size(), row.logged);
-        EXPECT_EQ(debug_log().find("child complaint"), std::string::npos);
-    }
-}
-
-TEST_F(SessionStart, CacheSectionFromStatistics) {
     std::string twelve, module_lines;
     for (int i = 1; i <= 12; ++i) {
         const std::string n = std::to_string(i);
@@ -212,33 +183,52 @@ TEST_F(SessionStart, CacheSectionFromStatistics) {
         if (i <= 10) module_lines += "- [mid] m" + n + " (module)\n";
     }
     const struct {
-        std::string stats, cache;  // cache "": ends through the guard, nothing written
+        std::string stats;
+        int rc;                  // -1: the host is not on PATH
+        std::string cache;       // "": ends through the guard, nothing written
+        std::size_t logged = 0;  // the runner's failures in the debug log
     } rows[] = {
-        {"{}", kWarning},
-        {"[]", kWarning},
-        {R"({"total": 0.0})", kNothingCached},
-        {R"({"total": false})", kNothingCached},
-        {R"({"by_scope": {"file": {"entries": [{"target": "a"}]}}})", kNothingCached},
-        {R"({"total": 5})", status_text("5", "None")},
-        {R"({"total": 5, "by_scope": {"file": {"entries": []}, "module": {}}})",
+        {"{\"total\": 0}\n", 0, kNothingCached},
+        {"{\"total\": 0}\n", 1, kWarning},
+        {" \t\n ", 0, kWarning},
+        {"null", 0, kWarning},
+        {"not json", 0, kWarning, 1},
+        {"{\"total\": 0}{\"total\": 0}", 0, kWarning, 1},
+        {"", -1, kWarning, 2},  // list and statistics
+        {"{}", 0, kWarning},
+        {"[]", 0, kWarning},
+        {R"({"total": 0.0})", 0, kNothingCached},
+        {R"({"total": false})", 0, kNothingCached},
+        {R"({"by_scope": {"file": {"entries": [{"target": "a"}]}}})", 0, kNothingCached},
+        {R"({"total": 5})", 0, status_text("5", "None")},
+        {R"({"total": 5, "by_scope": {"file": {"entries": []}, "module": {}}})", 0,
          status_text("5", "None")},
         // Scopes in the answer's order, not sorted; 10 lines per scope.
         {R"({"total": 14, "by_scope": {"module": {"entries": [)" + twelve +
              R"(]}, "file": {"entries": [{"importance": "low", "target": "f"}]}}})",
-         status_text("14", module_lines + "- [low] f (file)")},
+         0, status_text("14", module_lines + "- [low] f (file)")},
         {R"({"total": 3, "by_scope": {"file": {"entries": [{}, {"target": "a", "fresh": null}]}}})",
-         status_text("3", "- [unknown] unknown (file)\n- [unknown] a (file) [STALE]")},
-        {"[1]", ""},
-        {R"({"total": 1, "by_scope": null})", ""},
-        {R"({"total": 1, "by_scope": {"file": {"entries": 3}}})", ""},
-        {R"({"total": 1, "by_scope": {"file": {"entries": ["src/a.py"]}}})", ""},
+         0, status_text("3", "- [unknown] unknown (file)\n- [unknown] a (file) [STALE]")},
+        {"[1]", 0, ""},
+        {R"({"total": 1, "by_scope": null})", 0, ""},
+        {R"({"total": 1, "by_scope": {"file": {"entries": 3}}})", 0, ""},
+        {R"({"total": 1, "by_scope": {"file": {"entries": ["src/a.py"]}}})", 0, ""},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.stats);
-        answer("query-understand-stats", row.stats);
-        const HookRun r = hook("session-start", "{}", {"--agent", "windsurf"});
-        EXPECT_EQ(r.out, row.cache.empty() ? "" : "B\n\n" + row.cache + "\n");
-        if (row.cache.empty()) expect_guarded(r, "session-start");
+        SCOPED_TRACE(row.stats + " rc=" + std::to_string(row.rc));
+        forget_runs();
+        answer("query-understand-stats", row.stats, row.rc);
+        RunOptions options;
+        if (row.rc < 0) options.env["PATH"] = "/usr/bin:/bin";
+        const HookRun r = run({"hooks", "session-start", "--agent", "windsurf"}, options);
+        if (row.cache.empty()) {
+            expect_guarded(r, "session-start");
+        } else {
+            expect_clean(r, "B\n\n" + row.cache + "\n");
+        }
+        EXPECT_EQ(host_calls().empty(), row.rc < 0);
+        EXPECT_EQ(runner_failures().size(), row.logged);
+        EXPECT_EQ(debug_log().find("child complaint"), std::string::npos);
     }
 }
 
