@@ -60,6 +60,30 @@ TEST_F(History, UserTurnArguments) {
         {R"({"prompt": "\ud83d)" + std::string(30000, 'x') + R"("})",
          Args{"log-turn", "--type", "user", "--prompt", "\xED\xA0\xBD" + std::string(29999, 'x')}},
     };
+    // A prompt that is no string goes as its plain text; a false one is no prompt at all.
+    for (const auto& [json, prompt] : std::vector<std::pair<std::string, std::string>>{
+             {"0", ""},
+             {"-0", ""},
+             {"0.0", ""},
+             {"-0.0", ""},
+             {"false", ""},
+             {"[]", ""},
+             {"{}", ""},
+             {"true", "True"},
+             {"1e-300", "1e-300"},
+             {"1e100", "1e+100"},
+             {"123456789012345678901234567890", "123456789012345678901234567890"},
+             {"-1e999", "-1e999"},
+             {R"("0")", "0"},
+             {R"("\u00e9 'q'")", "\xC3\xA9 'q'"},
+             {R"([0, "a'b", null, "\ud83d", 0.5])", R"([0, "a'b", None, '\ud83d', 0.5])"},
+             {R"({"k": [true]})", "{'k': [True]}"},
+         }) {
+        rows.push_back({R"({"prompt": )" + json + "}",
+                        prompt.empty() ? std::nullopt
+                                       : std::optional(Args{"log-turn", "--type", "user",
+                                                            "--prompt", prompt})});
+    }
     // Unsafe or empty session ids are left out; the turn is still logged. A list is measured
     // before it counts as the wrong kind of value.
     std::string list101 = "[1";
