@@ -36,6 +36,11 @@ const std::string kStoreCopilot =
     "understanding\"}\n";
 
 using FileHints = HookTest;
+using Calls = std::vector<std::vector<std::string>>;
+
+std::vector<std::string> recall(const std::string& target) {
+    return {"query", "understand", "--action=recall", "--target=" + target};
+}
 
 // Each agent names the file in its own member, here by its absolute path; the service is asked
 // about the relative one (a space and all, in one argument), which the hint shows twice.
@@ -75,9 +80,81 @@ TEST_F(FileHints, WhenEachHookSpeaks) {
         expect_clean(hook(row.hook, input_with_path(row.agent, absolute), {"--agent", row.agent}),
                      row.out);
     }
-    const std::vector<std::string> call = {"query", "understand", "--action=recall",
-                                           "--target=src/app/my file.py"};
-    EXPECT_EQ(host_calls(), std::vector(std::size(rows), call)) << "exactly one recall per run";
+    EXPECT_EQ(host_calls(), Calls(std::size(rows), recall("src/app/my file.py")))
+        << "exactly one recall per run";
+}
+
+// Where each agent's input names the file, in order, and how the path is kept inside the
+// repository: links are resolved (a ".." after one leaves its target), anything outside is refused
+// with one debug line. POSIX path rules; WindowsPaths has Windows's.
+TEST_F(FileHints, PathIsFoundAndKeptInsideTheRepository) {
+    if (windows_build()) GTEST_SKIP() << "POSIX paths (WindowsPaths covers the Windows build)";
+    answer(kRecallKey, R"({"found": false})");
+    for (const char* dir : {"repo/src", "repo2", "other"}) fs::create_directories(root_ / dir);
+    fs::create_directory_symlink(root_ / "other", repo_ / "out");
+    fs::create_directory_symlink("src", repo_ / "lib");
+    fs::create_symlink("loop_b", repo_ / "loop_a");
+    fs::create_symlink("loop_a", repo_ / "loop_b");
+    const std::string real_root = fs::canonical(root_).string();  // /tmp may be a link
+    const std::string outside = real_root + "/other/x.py";
+    const std::string sibling = real_root + "/repo2/a.py";
+    const std::string rejected = "extract_file_path rejected (outside cwd): ";
+    const std::string invalid = "extract_file_path validation failed: ";
+    const struct {
+        std::string input;
+        std::string target;  // "": no query
+        std::string log;     // the debug line between the dispatcher's two, or its start (": ")
+    } rows[] = {
+        {R"({"tool_input": {"file_path": "src/a.py"}, "file_path": "b.py"})", "src/a.py", ""},
+        {R"({"file_path": "b.py", "tool_info": {"file_path": "c.py"}})", "b.py", ""},
+        {R"({"toolArgs": "t.py", "tool_info": {"file_path": "w.py"}})", "w.py", ""},
+        {R"({"filePath": "c.py", "toolArgs": "t.py"})", "t.py", ""},
+        {R"({"tool_input": {"file_path": ""}, "filePath": "d.py"})", "d.py", ""},
+        {R"({"tool_input": {"file_path": 0}, "file_path": false, "tool_info": {"file_path": []},
+            "toolArgs": {}, "filePath": "e.py"})",
+         "e.py", ""},
+        {R"({"toolArgs": 5})", "5", ""},
+        {R"({"toolArgs": "{\"file_path\": \"x.py\"}"})", R"({"file_path": "x.py"})", ""},
+        {R"({"file_path": "a.py", "tool_info": "oops"})", "a.py", ""},  // never looked at
+        {R"({"filePath": "src//./a/../b.py"})", "src/b.py", ""},
+        {R"({"filePath": "new/dir/../file.py"})", "new/file.py", ""},
+        {R"({"filePath": "lib/a.py"})", "src/a.py", ""},
+        {R"({"filePath": "out/../repo/x.py"})", "x.py", ""},  // ".." leaves the link's target
+        {R"({"filePath": )" + json_string(repo_.string()) + "}", ".", ""},
+        {R"({"filePath": )" + json_string((repo_ / "./lib").string()) + "}", "src", ""},
+        {R"({"tool_input": {}, "tool_info": {}, "toolArgs": null})", "", ""},
+        {R"({"filePath": "../other/x.py"})", "", rejected + outside},
+        {R"({"filePath": )" + json_string(sibling) + "}", "", rejected + sibling},
+        {R"({"filePath": "out/x.py"})", "", rejected + outside},
+        // Links in existing parts are resolved even after a missing part that ".." stepped back.
+        {R"({"filePath": "missing/../out/x.py"})", "", rejected + outside},
+        {R"({"filePath": "a\u0000b.py"})", "", invalid},
+        {R"({"filePath": "loop_a/x.py"})", "", invalid},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.input);
+        forget_runs();
+        expect_clean(hook("check-cache", row.input), "");
+        EXPECT_EQ(host_calls(), row.target.empty() ? Calls{} : Calls{recall(row.target)});
+        const std::vector<std::string> messages = debug_messages();
+        ASSERT_EQ(messages.size(), row.log.empty() ? 2u : 3u) << debug_log();
+        if (!row.log.empty()) {
+            EXPECT_TRUE(row.log.ends_with(": ") ? messages[1].starts_with(row.log)
+                                                : messages[1] == row.log)
+                << messages[1];
+        }
+    }
+    // With the root as the working directory, everything is inside.
+    for (const auto& [path, target] : {std::pair{outside, outside.substr(1)},
+                                       std::pair{std::string("/..//../"), std::string(".")}}) {
+        SCOPED_TRACE(path);
+        forget_runs();
+        expect_clean(run({"hooks", "check-cache"},
+                         {.stdin_data = R"({"filePath": )" + json_string(path) + "}", .cwd = "/"}),
+                     "");
+        EXPECT_EQ(host_calls(), Calls{recall(target)});
+        EXPECT_EQ(debug_messages().size(), 2u) << debug_log();
+    }
 }
 
 TEST_F(FileHints, NoUsablePathStartsNoChild) {
