@@ -129,6 +129,77 @@ TEST_F(Store, OneSessionThroughTheHooks) {
     EXPECT_FALSE(fs::exists(repo_ / "memory/codebase-index/index.db"));
 }
 
+// Stale entries first, then by importance, then the latest stored; a limit cuts that order.
+TEST_F(Store, StatsListStaleThenImportanceThenRecency) {
+    for (const auto& [name, importance] :
+         {std::pair{"a.py", "low"}, std::pair{"b.py", "high"}, std::pair{"c.py", "medium"},
+          std::pair{"d.py", "high"}}) {
+        write_file(repo_ / name, "x");
+        host({"query", "understand", "--action=store", std::string("--target=") + name,
+              std::string("--importance=") + importance});
+    }
+    host({"query", "understand", "--action=store", "--target=pkg", "--scope=module"});
+    fs::remove(repo_ / "c.py");  // a module is never stale
+    const std::string head = R"({"total": 5, "by_scope": {)";
+    const std::string c = R"({"target": "c.py", "importance": "medium", "fresh": false})";
+    const std::string db = R"({"target": "d.py", "importance": "high", "fresh": true}, )"
+                           R"({"target": "b.py", "importance": "high", "fresh": true})";
+    const std::string pkg =
+        R"("module": {"entries": [{"target": "pkg", "importance": "medium", "fresh": true}]})";
+    const std::pair<std::string, std::string> rows[] = {
+        {"--limit=10", head + R"("file": {"entries": [)" + c + ", " + db +
+                           R"(, {"target": "a.py", )"
+                           R"("importance": "low", "fresh": true}]}, )" +
+                           pkg + "}}\n"},
+        {"--limit=3", head + R"("file": {"entries": [)" + c + ", " + db + "]}}}\n"},
+        {"--limit=4", head + R"("file": {"entries": [)" + c + ", " + db + "]}, " + pkg + "}}\n"},
+        {"--limit=0", head + "}}\n"},
+    };
+    for (const auto& [limit, out] : rows) {
+        SCOPED_TRACE(limit);
+        expect_clean(host({"query", "understand", "--action=stats", limit, "--include-fresh"}),
+                     out);
+    }
+    expect_clean(host({"query", "understand", "--action=stats"}),
+                 head + R"("file": {"entries": [)" + c + "]}}}\n");
+}
+
+// Fresh while the content is the same, whatever the time stamp says; stale after any change, even
+// one within the stored time stamp, and once the file is gone.
+TEST_F(Store, FreshnessFollowsTheContent) {
+    if (windows_build()) GTEST_SKIP() << "time stamps set from POSIX";
+    const fs::path file = repo_ / "src/app/users.py";
+    const auto write = [&](const std::string& content, int age_s) {
+        write_file(file, content);
+        fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::seconds(age_s));
+    };
+    const auto store = [&] {
+        host({"query", "understand", "--action=store", "--target=src/app/users.py"});
+    };
+    const auto fresh = [&] {
+        const HookRun r =
+            host({"query", "understand", "--action=recall", "--target=src/app/users.py"});
+        EXPECT_TRUE(r.out.starts_with(R"({"found": true, "fresh": )")) << r.out;
+        return r.out.starts_with(R"({"found": true, "fresh": true)");
+    };
+    write("one", 86400);
+    store();
+    EXPECT_TRUE(fresh());
+    write("one", 10);  // touched, same content
+    EXPECT_TRUE(fresh());
+    write("two", 10);  // same size, new content
+    EXPECT_FALSE(fresh());
+
+    write("one", 0);
+    store();
+    const auto stamp = fs::last_write_time(file);
+    write_file(file, "two");
+    fs::last_write_time(file, stamp);
+    EXPECT_FALSE(fresh());
+    fs::remove(file);
+    EXPECT_FALSE(fresh());
+}
+
 TEST_F(Store, ReadsOfAMissingStoreAnswerEmptyAndCreateNothing) {
     expect_clean(host({"query", "understand", "--action=stats", "--limit=20", "--include-fresh"}),
                  "{\"total\": 0, \"by_scope\": {}}\n");
