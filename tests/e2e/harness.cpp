@@ -160,10 +160,7 @@ void report_hang(const HookRun& r, const RunOptions& options) {
 }  // namespace
 
 HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& options) {
-    HookRun result = finish(start(1, args, options).front(), options);
-    if (wine_failed_to_start(result)) result = finish(start(1, args, options).front(), options);
-    report_hang(result, options);
-    return result;
+    return run_together(1, args, options).front();
 }
 
 std::vector<HookRun> HookTest::run_together(int count, const std::vector<std::string>& args,
@@ -319,18 +316,11 @@ void HookTest::scenario_file(const std::string& name, const std::string& content
 
 std::vector<std::vector<std::string>> HookTest::host_calls() const {
     std::vector<std::vector<std::string>> calls;
-    std::vector<std::string> current;
-    std::string arg;
-    for (const char c : read_file(scenario_ / "calls.log")) {
-        if (c == '\x1f') {
-            current.push_back(arg);
-            arg.clear();
-        } else if (c == '\x1e') {
-            calls.push_back(current);
-            current.clear();
-        } else {
-            arg += c;
-        }
+    std::istringstream log(read_file(scenario_ / "calls.log"));
+    for (std::string call; std::getline(log, call, '\x1e');) {
+        std::istringstream args(call);
+        calls.emplace_back();
+        for (std::string arg; std::getline(args, arg, '\x1f');) calls.back().push_back(arg);
     }
     return calls;
 }
