@@ -16,6 +16,12 @@ struct Exchange {
 TEST_F(McpProtocol, EveryMessageGetsItsAnswerAndTheServerGoesOn) {
     const std::string call = R"({"jsonrpc": "2.0", "id": 7, "method": "tools/call", "params": )";
     const std::string bad_args = R"({"jsonrpc": "2.0", "id": 7, "error": {"code": -32602, )";
+    const auto understand = [&](const std::string& arguments) {
+        return call + R"({"name": "understand", "arguments": )" + arguments + "}}";
+    };
+    const auto invalid = [&](const std::string& message) {
+        return bad_args + R"("message": "Invalid arguments for understand: )" + message + "\"}}";
+    };
     const auto initialize = [](const std::string& version) {
         return R"({"jsonrpc": "2.0", "id": 0, "method": "initialize", "params": {"protocolVersion": ")" +
                version + R"(", "capabilities": {}, "clientInfo": {"name": "t", "version": "1"}}})";
@@ -63,27 +69,20 @@ TEST_F(McpProtocol, EveryMessageGetsItsAnswerAndTheServerGoesOn) {
          bad_args + R"("message": "Unknown tool: explore"}})"},
         {call + R"({"name": "understand", "arguments": []}})",
          bad_args + R"("message": "\"arguments\" must be an object"}})"},
-        {call + R"({"name": "understand", "arguments": {}}})",
-         bad_args + R"("message": "Invalid arguments for understand: \"action\" is required"}})"},
-        {call + R"({"name": "understand", "arguments": {"action": "forget"}}})",
-         bad_args +
-             R"("message": "Invalid arguments for understand: \"action\" must be one of \"store\", \"recall\", \"list\""}})"},
-        {call + R"({"name": "understand", "arguments": {"action": "store", "purpose": "x"}}})",
-         bad_args +
-             R"("message": "Invalid arguments for understand: action \"store\" needs \"target\""}})"},
-        {call +
-             R"({"name": "understand", "arguments": {"action": "store", "target": "a.py", "key_points": "one"}}})",
-         bad_args +
-             R"("message": "Invalid arguments for understand: \"key_points\" must be a list of strings"}})"},
-        {call + R"({"name": "understand", "arguments": {"action": "recall", "target": 5}}})",
-         bad_args +
-             R"("message": "Invalid arguments for understand: \"target\" must be a string"}})"},
-        {call + R"({"name": "understand", "arguments": {"action": "recall"}}})",
-         bad_args +
-             R"j("message": "Invalid arguments for understand: action \"recall\" needs a \"target\" (a file path) or a \"query\" (words to search for)"}})j"},
-        {call + R"({"name": "understand", "arguments": {"action": "list", "targte": "a.py"}}})",
-         bad_args +
-             R"("message": "Invalid arguments for understand: unknown argument \"targte\""}})"},
+        {understand("{}"), invalid(R"(\"action\" is required)")},
+        {understand(R"({"action": "forget"})"),
+         invalid(R"(\"action\" must be one of \"store\", \"recall\", \"list\")")},
+        {understand(R"({"action": "store", "purpose": "x"})"),
+         invalid(R"(action \"store\" needs \"target\")")},
+        {understand(R"({"action": "store", "target": "a.py", "key_points": "one"})"),
+         invalid(R"(\"key_points\" must be a list of strings)")},
+        {understand(R"({"action": "recall", "target": 5})"),
+         invalid(R"(\"target\" must be a string)")},
+        {understand(R"({"action": "recall"})"),
+         invalid(R"(action \"recall\" needs a \"target\" (a file path) or a \"query\" (words to )"
+                 R"(search for))")},
+        {understand(R"({"action": "list", "targte": "a.py"})"),
+         invalid(R"(unknown argument \"targte\")")},
         {call + R"({"name": "remember", "arguments": {"action": "store", "key": "k"}}})",
          bad_args +
              R"("message": "Invalid arguments for remember: action \"store\" needs \"value\""}})"},

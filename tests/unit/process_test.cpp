@@ -107,28 +107,4 @@ TEST_F(ProcessTest, KillsTheProcessGroupWhenTheRunEndsEarly) {
     }
 }
 
-// The child starts with our standard input and with SIGPIPE at its default even when we ignore
-// it: ignored, `yes` would see EPIPE and exit 1 with a complaint instead of dying of SIGPIPE
-// (141), and a less careful writer would loop until the deadline.
-TEST_F(ProcessTest, ChildInheritsStdinButNotAnIgnoredSigpipe) {
-    std::ofstream(dir_ / "stdin.txt") << "from our stdin\n";
-    const int saved = dup(STDIN_FILENO);
-    const int fd = open((dir_ / "stdin.txt").c_str(), O_RDONLY);
-    ASSERT_GE(fd, 0);
-    dup2(fd, STDIN_FILENO);
-    close(fd);
-    const auto previous = signal(SIGPIPE, SIG_IGN);
-    const auto status_file = (dir_ / "yes-status").string();
-    const auto result =
-        run_process({"sh", "-c", "cat; { yes; echo $? > '" + status_file + "'; } | head -c 6"}, 2s);
-    signal(SIGPIPE, previous);
-    dup2(saved, STDIN_FILENO);
-    close(saved);
-    EXPECT_EQ(result.exit_code, 0);
-    EXPECT_EQ(result.out, "from our stdin\ny\ny\ny\n");
-    std::string yes_status;
-    EXPECT_TRUE(std::getline(std::ifstream(status_file), yes_status));
-    EXPECT_EQ(yes_status, "141");
-}
-
 }  // namespace
