@@ -16,29 +16,13 @@ using namespace std::string_view_literals;
 
 namespace {
 
-TEST(JsonReadTest, RoundTrips) {
-    const struct {
-        std::string input;
-        const char* expected;
-    } rows[] = {
-        // Input order; a repeated key keeps its first position and its last value.
-        {R"({"b":1,"a":2,"b":3})", R"({"b": 3, "a": 2})"},
-        {" \n\t\r{\"k\":[1,{\"x\":null,\"y\":[true,false]}],\"e\":{},\"l\":[ ]}\r\n ",
-         R"({"k": [1, {"x": null, "y": [true, false]}], "e": {}, "l": []})"},
-        {R"({"a\/b": "\u00e9\u00E9"})", R"({"a/b": "\u00e9\u00e9"})"},
-        // Integers digit for digit, whatever their size; -0 is 0.
-        {"[-5, 0, -0, 18446744073709551616, -123456789012345678901234567890]",
-         "[-5, 0, 0, 18446744073709551616, -123456789012345678901234567890]"},
-        // Other numbers as doubles, except those beyond the double range, which keep their text.
-        {"[1e2, 2.0, -0.0, 0.1, 1E400, -1e999, 1e-400, 1e99999999999999999999]",
-         "[100.0, 2.0, -0.0, 0.1, 1E400, -1e999, 0.0, 1e99999999999999999999]"},
-        // Lone surrogates are kept and written back; a pair is one character.
-        {R"(["a\ud83d", "\uDE00x", "\ud83d\ude00", "\ud83d\ud83d\ude00", "\ude00\ud83d"])",
-         R"(["a\ud83d", "\ude00x", "\ud83d\ude00", "\ud83d\ud83d\ude00", "\ude00\ud83d"])"},
-    };
-    for (const auto& row : rows) EXPECT_EQ(to_json_text(parse_json(row.input)), row.expected);
-
-    // Lone surrogates are held in their three-byte form.
+// The rest of reading and writing back is checked through hook input (JsonInput): here, numbers
+// that are no integers are doubles, except those beyond the double range, which keep their text;
+// lone surrogates are held in their three-byte form.
+TEST(JsonReadTest, DoublesAndLoneSurrogates) {
+    EXPECT_EQ(to_json_text(parse_json(
+                  "[1e2, 2.0, -0.0, 0.1, 1E400, -1e999, 1e-400, 1e99999999999999999999]")),
+              "[100.0, 2.0, -0.0, 0.1, 1E400, -1e999, 0.0, 1e99999999999999999999]");
     EXPECT_EQ(parse_json(R"("a\ud83d")").as_string(), "a\xED\xA0\xBD");
     EXPECT_EQ(parse_json(R"("\ude00\ud83d\ude00")").as_string(), "\xED\xB8\x80\xF0\x9F\x98\x80");
 }
@@ -79,15 +63,8 @@ TEST(JsonReadTest, RefusesWhatTheGrammarDoesNot) {
             EXPECT_THROW(parse_json(text), support::JsonParseError) << text;
         }
     }
-    try {
-        parse_json("{\"prompt\": \"x\"}\0"sv);
-        ADD_FAILURE() << "no exception";
-    } catch (const support::JsonParseError& e) {
-        EXPECT_NE(std::string(e.what()).find("position 15"), std::string::npos) << e.what();
-    }
 }
 
-// Truth and plain text are checked through the prompts of History.UserTurnArguments.
 TEST(JsonValueTest, NumbersAsDoublesAndAsText) {
     EXPECT_EQ(parse_json("1E400").as_double(), HUGE_VAL);
     EXPECT_EQ(parse_json("-1e999").as_double(), -HUGE_VAL);
