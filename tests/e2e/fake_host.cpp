@@ -23,7 +23,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -35,11 +35,8 @@ std::string dir;
 
 bool read_file(const std::string& name, std::string& out) {
     std::ifstream in(dir + "/" + name, std::ios::binary);
-    if (!in) return false;
-    std::stringstream ss;
-    ss << in.rdbuf();
-    out = ss.str();
-    return true;
+    out.assign(std::istreambuf_iterator<char>(in), {});
+    return static_cast<bool>(in);
 }
 
 void append_file(const std::string& name, const std::string& data) {

@@ -96,6 +96,10 @@ const std::string& fake_host_dir() {
     return path;
 }
 
+fs::path wine_drive_c() {
+    return fs::path(env_or("WINEPREFIX", (env_or("HOME", "") + "/.wine").c_str())) / "drive_c";
+}
+
 bool windows_build() {
     return binary().ends_with(".exe");
 }
@@ -104,8 +108,7 @@ std::string native(const fs::path& path) {
     std::string text = path.string();
     if (!windows_build()) return text;
     // Wine shows its prefix's drive_c as C: and the whole file system as Z:.
-    const std::string drive_c =
-        env_or("WINEPREFIX", (env_or("HOME", "") + "/.wine").c_str()) + std::string("/drive_c");
+    const std::string drive_c = wine_drive_c().string();
     std::string drive = "Z:";
     if (text == drive_c || text.starts_with(drive_c + "/")) {
         drive = "C:";

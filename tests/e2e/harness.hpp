@@ -50,6 +50,7 @@ bool windows_build();
 const std::string& binary();
 const std::string& fake_host_dir();
 
+fs::path wine_drive_c();  // the Wine prefix's C: drive
 // `path` as the program under test sees it: unchanged here, under Wine "Z:\tmp\x" for /tmp/x.
 std::string native(const fs::path& path);
 

@@ -40,11 +40,8 @@ TEST_F(History, UserTurnArguments) {
     scenario_file("conversation-log-turn.rc", "1");
     const Args hi = {"log-turn", "--type", "user", "--prompt", "hi"};
     const std::string id100 = "Ab-9_z" + std::string(94, 'a');
-    const std::string e30000 = [] {
-        std::string s;
-        for (int i = 0; i < 30000; ++i) s += "\xC3\xA9";
-        return s;
-    }();
+    std::string e30000;
+    for (int i = 0; i < 30000; ++i) e30000 += "\xC3\xA9";
     std::vector<Row> rows = {
         {R"({"session_id": ")" + id100 + R"(", "prompt": "hi"})",
          Args{"log-turn", "--session-id=" + id100, "--type", "user", "--prompt", "hi"}},

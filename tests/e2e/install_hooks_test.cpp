@@ -16,19 +16,16 @@ using Hook = std::tuple<std::string, std::string, std::string>;  // event, match
 
 // The program as the written files name it: in a hook command (with forward slashes on Windows,
 // which the agents' shells take) and as the MCP server's command, in JSON.
-std::string command_path() {
+const std::string kBin = [] {
     std::string path = native(binary());
-    if (windows_build()) std::replace(path.begin(), path.end(), '\\', '/');
+    std::replace(path.begin(), path.end(), '\\', '/');
     return path;
-}
-std::string json_path() {
+}();
+const std::string kJsonBin = [] {
     std::string escaped;
-    for (const char c : native(binary()))
-        escaped += c == '\\' ? std::string("\\\\") : std::string(1, c);
+    for (const char c : native(binary())) escaped += c == '\\' ? "\\\\" : std::string(1, c);
     return escaped;
-}
-const std::string kBin = command_path();
-const std::string kJsonBin = json_path();
+}();
 
 struct AgentCase {
     std::string agent;
@@ -110,7 +107,7 @@ class InstallHooks : public HookTest {
     void SetUp() override {
         HookTest::SetUp();
         if (!windows_build()) return;
-        const fs::path users = fs::path(std::getenv("WINEPREFIX")) / "drive_c/users";
+        const fs::path users = wine_drive_c() / "users";
         for (const auto& user : fs::directory_iterator(users)) {
             if (fs::exists(user.path() / "AppData") && user.path().filename() != "Public") {
                 home_ = user.path();

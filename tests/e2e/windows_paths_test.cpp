@@ -9,12 +9,6 @@ namespace {
 
 using Args = std::vector<std::string>;
 
-fs::path wine_drive_c() {
-    const char* prefix = std::getenv("WINEPREFIX");
-    const char* home = std::getenv("HOME");
-    return fs::path(prefix ? prefix : std::string(home ? home : "") + "/.wine") / "drive_c";
-}
-
 // Hooks run in C:\repo, which every run of these tests shares: a lock keeps them one at a time.
 class WindowsPaths : public HookTest {
   protected:
