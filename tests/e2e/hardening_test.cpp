@@ -8,27 +8,14 @@
 #include <chrono>
 #include <fstream>
 #include <functional>
-#include <thread>
 
+#include "../gone_soon.hpp"
 #include "harness.hpp"
 
 namespace e2e {
 namespace {
 
 using namespace std::chrono_literals;
-
-// True once `pid` no longer runs: gone, or a zombie waiting for whoever inherited it.
-bool gone_soon(pid_t pid) {
-    for (auto until = std::chrono::steady_clock::now() + 2s;
-         std::chrono::steady_clock::now() < until; std::this_thread::sleep_for(20ms)) {
-        std::string line;
-        if (!std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/stat"), line)) {
-            return true;
-        }
-        if (line.compare(line.rfind(')') + 1, 3, " Z ") == 0) return true;
-    }
-    return false;
-}
 
 class Hardening : public HookTest {
   protected:
@@ -117,21 +104,13 @@ TEST_F(Hardening, FloodingChildKeepsTheHookSmall) {
 
 // Such an argument cannot reach a program whole; a shortened one would be a different turn.
 TEST_F(Hardening, NulInAnArgumentEndsThroughTheGuard) {
-    const struct {
-        std::string type, input;
-    } rows[] = {
-        {"user", R"({"prompt": "a\u0000b"})"},
-        {"tool", R"({"tool_name": "Re\u0000ad"})"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.input);
-        const HookRun r =
-            run({"hooks", "log-conversation", "--type", row.type}, {.stdin_data = row.input});
-        EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err,
-                  "orvane-tamblo hook log-conversation error: cannot run orvane-tamblo: an "
-                  "argument holds a NUL character\n");
-        EXPECT_EQ(r.status, 0);
+    for (const auto& [type, input] : {std::pair{"user", R"({"prompt": "a\u0000b"})"},
+                                      std::pair{"tool", R"({"tool_name": "Re\u0000ad"})"}}) {
+        SCOPED_TRACE(input);
+        expect_error(run({"hooks", "log-conversation", "--type", type}, {.stdin_data = input}),
+                     "orvane-tamblo hook log-conversation error: cannot run orvane-tamblo: an "
+                     "argument holds a NUL character\n",
+                     0);
         EXPECT_TRUE(host_calls().empty());
     }
 }

@@ -132,6 +132,12 @@ void expect_clean(const HookRun& run, const std::string& out) {
     EXPECT_EQ(run.status, 0);
 }
 
+void expect_error(const HookRun& run, const std::string& err, int status) {
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, err);
+    EXPECT_EQ(run.status, status);
+}
+
 void HookTest::SetUp() {
     char pattern[] = "/tmp/orvane-e2e-XXXXXX";
     root_ = ::mkdtemp(pattern);

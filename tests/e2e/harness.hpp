@@ -123,6 +123,8 @@ std::string json_string(const std::string& text);  // quoted and escaped
 void expect_guarded(const HookRun& run, const std::string& hook);
 // Exactly `out` on standard output, nothing on standard error, status 0.
 void expect_clean(const HookRun& run, const std::string& out);
+// Nothing on standard output, exactly `err` on standard error, and `status`.
+void expect_error(const HookRun& run, const std::string& err, int status);
 
 std::string read_file(const fs::path& path);
 void write_file(const fs::path& path, const std::string& content);

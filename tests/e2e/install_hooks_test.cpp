@@ -293,12 +293,12 @@ TEST_F(InstallHooks, NoHookRunsTwiceInAgentsThatAlsoRunClaudeCodesHooks) {
     // The other way round, Claude Code's hooks would double the ones Copilot already runs.
     ASSERT_EQ(install("copilot").status, 0);
     const HookRun claude = install("claude");
-    EXPECT_EQ(claude.status, 1);
-    EXPECT_EQ(claude.err,
-              "orvane-tamblo install-hooks: GitHub Copilot runs the hooks in Claude Code's "
-              "settings too, and .github/hooks/orvane-tamblo.json already runs orvane-tamblo: "
-              "with both, each hook would run twice there. Take those out first (orvane-tamblo "
-              "install-hooks --agent copilot --uninstall)\n");
+    expect_error(claude,
+                 "orvane-tamblo install-hooks: GitHub Copilot runs the hooks in Claude Code's "
+                 "settings too, and .github/hooks/orvane-tamblo.json already runs orvane-tamblo: "
+                 "with both, each hook would run twice there. Take those out first (orvane-tamblo "
+                 "install-hooks --agent copilot --uninstall)\n",
+                 1);
     EXPECT_FALSE(fs::exists(repo_ / ".claude/settings.json"));
 }
 
@@ -307,11 +307,10 @@ TEST_F(InstallHooks, LinksInTheRepositoryAreNeverWrittenThrough) {
     fs::create_directories(outside);
     fs::create_directory_symlink(outside, repo_ / ".claude");
     HookRun r = install("claude");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "orvane-tamblo install-hooks: .claude is a symbolic link, which "
-              "orvane-tamblo does not follow in a repository, so .claude/settings.json "
-              "was left as it is\n");
+    expect_error(r,
+                 "orvane-tamblo install-hooks: .claude is a symbolic link, which orvane-tamblo "
+                 "does not follow in a repository, so .claude/settings.json was left as it is\n",
+                 1);
     EXPECT_TRUE(fs::is_empty(outside));
 
     fs::remove(repo_ / ".claude");
@@ -319,10 +318,10 @@ TEST_F(InstallHooks, LinksInTheRepositoryAreNeverWrittenThrough) {
     write_file(outside / "hooks.json", "{}");
     fs::create_symlink(outside / "hooks.json", repo_ / ".cursor/hooks.json");
     r = install("cursor");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "orvane-tamblo install-hooks: .cursor/hooks.json is a symbolic link, which "
-              "orvane-tamblo does not write through; it was left as it is\n");
+    expect_error(r,
+                 "orvane-tamblo install-hooks: .cursor/hooks.json is a symbolic link, which "
+                 "orvane-tamblo does not write through; it was left as it is\n",
+                 1);
     EXPECT_EQ(read_file(outside / "hooks.json"), "{}");
 }
 

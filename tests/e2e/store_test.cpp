@@ -48,12 +48,6 @@ class Store : public HookTest {
     }
 };
 
-void expect_error(const HookRun& r, const std::string& err, int status) {
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, err);
-    EXPECT_EQ(r.status, status);
-}
-
 constexpr const char* kQuickStart =
     "### Quick Start:\n- `understand(action=\"recall\")` for semantic search across cache\n"
     "- `explore(query=\"...\")` for multi-strategy code exploration\n"

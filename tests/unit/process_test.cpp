@@ -11,9 +11,9 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "../gone_soon.hpp"
 #include "platform/process.hpp"
 
 using platform::run_process;
@@ -30,17 +30,6 @@ class ProcessTest : public ::testing::Test {
 
     const std::filesystem::path dir_ = "/tmp/orvane-process-" + std::to_string(getpid());
 };
-
-// True once `pid` no longer runs: gone, or a zombie waiting for whoever inherited it.
-bool gone_soon(pid_t pid) {
-    for (auto until = Clock::now() + 1s; Clock::now() < until; std::this_thread::sleep_for(20ms)) {
-        std::string line;
-        if (!std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/stat"), line))
-            return true;
-        if (line.compare(line.rfind(')') + 1, 3, " Z ") == 0) return true;
-    }
-    return false;
-}
 
 TEST_F(ProcessTest, ReportsExitStatusAndStandardOutputOnly) {
     const struct {
