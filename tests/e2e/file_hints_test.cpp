@@ -32,8 +32,7 @@ const std::string kStoreCopilot =
     "`understand(action='store', scope='file', target='src/app/my file.py', purpose='...', "
     "key_points=[...], gotchas=[...])` to cache insights\\n- `remember(action='store', key='...', "
     "value='...')` for key decisions\\n- `understand(action=\\\"recall\\\")` to find related "
-    "cached "
-    "understanding\"}\n";
+    "cached understanding\"}\n";
 
 using FileHints = HookTest;
 using Calls = std::vector<std::vector<std::string>>;

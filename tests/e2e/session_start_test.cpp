@@ -221,11 +221,8 @@ TEST_F(SessionStart, CacheSectionFromTheStatisticsQuery) {
         RunOptions options;
         if (row.rc < 0) options.env["PATH"] = "/usr/bin:/bin";
         const HookRun r = run({"hooks", "session-start", "--agent", "windsurf"}, options);
-        if (row.cache.empty()) {
-            expect_guarded(r, "session-start");
-        } else {
-            expect_clean(r, "B\n\n" + row.cache + "\n");
-        }
+        row.cache.empty() ? expect_guarded(r, "session-start")
+                          : expect_clean(r, "B\n\n" + row.cache + "\n");
         EXPECT_EQ(host_calls().empty(), row.rc < 0);
         EXPECT_EQ(runner_failures().size(), row.logged);
         EXPECT_EQ(debug_log().find("child complaint"), std::string::npos);
