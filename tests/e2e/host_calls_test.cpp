@@ -13,10 +13,6 @@ namespace {
 using Args = std::vector<std::string>;
 using namespace std::chrono_literals;
 
-Args user_turn(const std::string& prompt) {
-    return {"conversation", "log-turn", "--type", "user", "--prompt", prompt};
-}
-
 using HostCalls = HookTest;
 
 // Windows passes a child one command line that the child's C runtime splits again: the quoting
@@ -33,7 +29,8 @@ TEST_F(HostCalls, EveryArgumentArrivesExactly) {
         SCOPED_TRACE(prompt);
         fs::remove(scenario_ / "calls.log");
         hook("log-conversation", R"({"prompt": )" + json_string(prompt) + "}", {"--type", "user"});
-        EXPECT_EQ(host_calls(), std::vector<Args>{user_turn(prompt)});
+        EXPECT_EQ(host_calls(), (std::vector<Args>{{"conversation", "log-turn", "--type", "user",
+                                                    "--prompt", prompt}}));
     }
     // A session id may end in a line feed; a tool's input is JSON text full of quotes and escapes.
     hook(
