@@ -1,24 +1,16 @@
 // The JSON reader: exactly the grammar of RFC 8259, in one pass that also checks the UTF-8 of
 // strings. Iterative, so that the depth limit, not the stack, bounds a hostile document.
-#include <array>
 #include <charconv>
 #include <cstdio>
 #include <vector>
 
+#include "support/byte_scan.hpp"
 #include "support/json.hpp"
 #include "support/utf8.hpp"
 
 namespace support {
 
 namespace {
-
-// Bytes a string takes over as they are, with no further check: ASCII except the quote, the
-// backslash and control characters.
-constexpr auto kPlain = [] {
-    std::array<bool, 256> table{};
-    for (int c = 0x20; c < 0x80; ++c) table[c] = c != '"' && c != '\\';
-    return table;
-}();
 
 bool is_digit(char c) {
     return c >= '0' && c <= '9';
@@ -264,12 +256,10 @@ std::string Reader::string_text() {
     for (;;) {
         const char* run = p_;
         while (p_ != end_) {
+            p_ = byte_scan::end_of_plain_ascii(p_, end_, true);
+            if (p_ == end_) break;
             const auto c = static_cast<unsigned char>(*p_);
-            if (c < 0x80) {
-                if (!kPlain[c]) break;
-                ++p_;
-                continue;
-            }
+            if (c < 0x80) break;  // the quote, the backslash or a control character
             const std::size_t pos = static_cast<std::size_t>(p_ - begin_);
             const std::size_t len =
                 utf8_sequence_length(std::string_view(begin_, end_ - begin_), pos);

@@ -1,11 +1,11 @@
 #include "support/json.hpp"
 
-#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
 
+#include "support/byte_scan.hpp"
 #include "support/utf8.hpp"
 
 namespace support {
@@ -21,13 +21,6 @@ void append_u_escape(std::string& out, unsigned unit) {
     out += kHex[(unit >> 4) & 0xF];
     out += kHex[unit & 0xF];
 }
-
-// Bytes that a JSON string holds as themselves: printable ASCII but the quote and the backslash.
-constexpr auto kVerbatim = [] {
-    std::array<bool, 256> table{};
-    for (int c = 0x20; c < 0x7F; ++c) table[c] = c != '"' && c != '\\';
-    return table;
-}();
 
 [[noreturn]] void bad_string(const char* problem, std::string_view text, std::size_t pos) {
     char buf[96];
@@ -90,7 +83,9 @@ void append_json_string(std::string& out, std::string_view text) {
     out += '"';
     for (std::size_t i = 0; i < text.size();) {
         const std::size_t run = i;
-        while (i < text.size() && kVerbatim[static_cast<unsigned char>(text[i])]) ++i;
+        i = static_cast<std::size_t>(
+            byte_scan::end_of_plain_ascii(text.data() + i, text.data() + text.size(), false) -
+            text.data());
         out.append(text, run, i - run);
         if (i == text.size()) break;
         const char c = text[i];

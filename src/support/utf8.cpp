@@ -1,5 +1,7 @@
 #include "support/utf8.hpp"
 
+#include "support/byte_scan.hpp"
+
 #include <cstdio>
 
 namespace support {
@@ -112,8 +114,14 @@ std::size_t code_point_count(std::string_view text) {
 }
 
 std::string_view cut_code_points(std::string_view text, std::size_t max_code_points) {
+    if (text.size() <= max_code_points) return text;  // no more characters than bytes
     std::size_t seen = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
+    std::size_t i = 0;
+    // Whole words while even eight more characters would not reach the limit.
+    for (; i + 8 <= text.size() && seen + 8 <= max_code_points; i += 8) {
+        seen += 8 - static_cast<std::size_t>(byte_scan::continuation_bytes(text.data() + i));
+    }
+    for (; i < text.size(); ++i) {
         if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
             if (seen == max_code_points) return text.substr(0, i);
             ++seen;
