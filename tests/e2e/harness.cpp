@@ -355,4 +355,12 @@ std::vector<std::string> HookTest::debug_messages() const {
     return messages;
 }
 
+void HookTest::expect_debug_line(const std::string& line) const {
+    const std::vector<std::string> messages = debug_messages();
+    ASSERT_EQ(messages.size(), line.empty() ? 2u : 3u) << debug_log();
+    if (line.empty()) return;
+    EXPECT_TRUE(line.ends_with(": ") ? messages[1].starts_with(line) : messages[1] == line)
+        << messages[1];
+}
+
 }  // namespace e2e

@@ -80,6 +80,9 @@ class HookTest : public ::testing::Test {
     std::string host_log() const;   // orvane-tamblo.log, "" when missing
     // The debug-log lines without their "HH:MM:SS " prefix.
     std::vector<std::string> debug_messages() const;
+    // A debug log of one run: its first and last lines and, unless `line` is empty, that line
+    // between them (its start only, when it ends in ": ").
+    void expect_debug_line(const std::string& line) const;
 
     fs::path root_;      // everything of this test
     fs::path repo_;      // the working directory of hook runs
