@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include <thread>
 
 #include "platform/common/process_text.hpp"
+#include "platform/file_info.hpp"
 #include "platform/posix/fd.hpp"
 
 extern char** environ;
@@ -32,14 +32,6 @@ constexpr int kTerminationSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 volatile std::sig_atomic_t running_child = 0;
 
 ProgramEntry program_entry = nullptr;
-
-// Whether `program` is the file this process runs.
-bool is_this_program(const std::string& program) {
-    struct stat self {
-    }, other{};
-    return ::stat("/proc/self/exe", &self) == 0 && ::stat(program.c_str(), &other) == 0 &&
-           self.st_dev == other.st_dev && self.st_ino == other.st_ino;
-}
 
 sigset_t termination_set() {
     sigset_t set;
@@ -281,8 +273,9 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
         program = std::move(*found);
     }
 
-    Child child(argv, program,
-                program_entry != nullptr && is_this_program(program) ? program_entry : nullptr);
+    Child child(
+        argv, program,
+        program_entry != nullptr && same_file("/proc/self/exe", program) ? program_entry : nullptr);
     ProcessResult result;
     pollfd fds[2] = {{child.out().fd, POLLIN, 0}, {child.err().fd, POLLIN, 0}};
     posix::UniqueFd* owners[2] = {&child.out(), &child.err()};
