@@ -126,45 +126,9 @@ class Child {
         for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
         args.push_back(nullptr);
 
-        if (entry != nullptr) {
-            const pid_t pid = ::fork();
-            if (pid < 0) fail_start(argv, errno);
-            if (pid == 0) {
-                enter(entry, static_cast<int>(argv.size()), args.data(), out_write.fd,
-                      err_write.fd);
-            }
-            ::setpgid(pid, pid);  // as the child does: whichever runs first, the kill finds it
-            pid_ = pid;
-            running_child = pid;
-            signals_.unblock();
-            return;
-        }
-
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, out_write.fd, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, err_write.fd, STDERR_FILENO);
-
-        posix_spawnattr_t attr;
-        posix_spawnattr_init(&attr);
-        // Its own process group, so that the deadline can take grandchildren down with it; the
-        // default SIGPIPE back, which this process ignores; and no signal blocked, as it is here
-        // while it starts.
-        sigset_t defaults, empty;
-        sigemptyset(&defaults);
-        sigaddset(&defaults, SIGPIPE);
-        sigemptyset(&empty);
-        posix_spawnattr_setsigdefault(&attr, &defaults);
-        posix_spawnattr_setsigmask(&attr, &empty);
-        posix_spawnattr_setpgroup(&attr, 0);
-        posix_spawnattr_setflags(
-            &attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-
-        pid_t pid = -1;
-        const int rc = posix_spawn(&pid, program.c_str(), &actions, &attr, args.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attr);
-        if (rc != 0) fail_start(argv, rc);
+        const pid_t pid = entry != nullptr
+                              ? fork_entered(argv, entry, args, out_write.fd, err_write.fd)
+                              : spawn(argv, program, args, out_write.fd, err_write.fd);
         pid_ = pid;
         running_child = pid;
         signals_.unblock();  // a signal that came during the start is handled from here on
@@ -207,6 +171,47 @@ class Child {
     }
 
   private:
+    // Executes `program` with `out` and `err` as its standard output and error.
+    static pid_t spawn(const std::vector<std::string>& argv, const std::string& program,
+                       std::vector<char*>& args, int out, int err) {
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
+
+        posix_spawnattr_t attr;
+        posix_spawnattr_init(&attr);
+        // Its own process group, so that the deadline can take grandchildren down with it; the
+        // default SIGPIPE back, which this process ignores; and no signal blocked, as it is here
+        // while it starts.
+        sigset_t defaults, empty;
+        sigemptyset(&defaults);
+        sigaddset(&defaults, SIGPIPE);
+        sigemptyset(&empty);
+        posix_spawnattr_setsigdefault(&attr, &defaults);
+        posix_spawnattr_setsigmask(&attr, &empty);
+        posix_spawnattr_setpgroup(&attr, 0);
+        posix_spawnattr_setflags(
+            &attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+
+        pid_t pid = -1;
+        const int rc = posix_spawn(&pid, program.c_str(), &actions, &attr, args.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attr);
+        if (rc != 0) fail_start(argv, rc);
+        return pid;
+    }
+
+    // Forks a child that enters this program at `entry` (see enter()).
+    static pid_t fork_entered(const std::vector<std::string>& argv, ProgramEntry entry,
+                              std::vector<char*>& args, int out, int err) {
+        const pid_t pid = ::fork();
+        if (pid < 0) fail_start(argv, errno);
+        if (pid == 0) enter(entry, static_cast<int>(argv.size()), args.data(), out, err);
+        ::setpgid(pid, pid);  // as the child does: whichever runs first, the kill finds it
+        return pid;
+    }
+
     // The forked child: set up as a started program would be, run, exit. Nothing here may return
     // or throw into the caller's frames, which belong to the parent's run.
     [[noreturn]] static void enter(ProgramEntry entry, int argc, char** argv, int out, int err) {
