@@ -242,8 +242,13 @@ std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std:
             for (int fd = 3; fd < 256; ++fd) ::close(fd);
             if (::chdir(cwd.c_str()) != 0) _exit(126);
             // What an agent would leave the hook with, whatever the test runner left us with.
-            for (int sig : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) {
+            for (int sig : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD, SIGXFSZ}) {
                 ::signal(sig, SIG_DFL);
+            }
+            if (options.file_size_limit > 0) {
+                const rlimit limit{static_cast<rlim_t>(options.file_size_limit),
+                                   static_cast<rlim_t>(options.file_size_limit)};
+                ::setrlimit(RLIMIT_FSIZE, &limit);
             }
             if (options.ignore_sigchld) ::signal(SIGCHLD, SIG_IGN);
             if (options.signal) ::setpgid(0, 0);

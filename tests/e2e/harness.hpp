@@ -39,8 +39,9 @@ struct RunOptions {
     std::optional<fs::path> cwd{};  // default: the fixture's repository directory
     bool ignore_sigchld = false;    // start the hook with SIGCHLD ignored
     std::optional<SignalAt> signal{};
-    int limit_seconds = 60;  // then the hook is killed and the test fails
-    bool real_host = false;  // the build, not the fake host, first on PATH
+    int limit_seconds = 60;    // then the hook is killed and the test fails
+    long file_size_limit = 0;  // bytes; a write past them kills the run (SIGXFSZ), as mid-write
+    bool real_host = false;    // the build, not the fake host, first on PATH
 };
 
 // The program under test is ORVANE_TEST_BINARY (default: this build's), started through
