@@ -66,6 +66,9 @@ class HookTest : public ::testing::Test {
     // `count` runs started together, their results in order.
     std::vector<HookRun> run_together(int count, const std::vector<std::string>& args,
                                       const RunOptions& options = {});
+    // Runs of each argument list in `each`, started together.
+    std::vector<HookRun> run_together(const std::vector<std::vector<std::string>>& each,
+                                      const RunOptions& options = {});
     HookRun hook(const std::string& name, const std::string& stdin_data,
                  const std::vector<std::string>& extra_args = {});
 
@@ -96,7 +99,7 @@ class HookTest : public ::testing::Test {
         int out, err;
         int stdin_write;  // -1 unless stdin never closes
     };
-    std::vector<Started> start(int count, const std::vector<std::string>& args,
+    std::vector<Started> start(const std::vector<std::vector<std::string>>& each,
                                const RunOptions& options);
     HookRun finish(const Started& started, const RunOptions& options);
 };

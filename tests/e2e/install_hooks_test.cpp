@@ -390,6 +390,22 @@ TEST_F(InstallHooks, KilledRunLeavesNoReadableCopyAndTheNextRunClearsIt) {
     EXPECT_EQ(content(".claude/settings.json.bak"), settings);
 }
 
+// Installs take turns: started together, Claude Code's and Cursor's never both put the hooks in,
+// so that Cursor never runs each hook twice.
+TEST_F(InstallHooks, SimultaneousInstallsNeverBothRunTheHooks) {
+    std::vector<std::vector<std::string>> each;
+    for (int i = 0; i < 10; ++i) {
+        each.push_back(install_args("claude"));
+        each.push_back(install_args("cursor"));
+    }
+    for (const HookRun& r : run_together(each, installed())) {
+        EXPECT_TRUE(r.status == 0 || r.err.find("Take those out first") != std::string::npos)
+            << r.status << " " << r.err;
+    }
+    EXPECT_NE(fs::exists(repo_ / ".claude/settings.json"), fs::exists(repo_ / ".cursor/hooks.json"))
+        << tree(repo_);
+}
+
 TEST_F(InstallHooks, LinksInTheRepositoryAreNeverWrittenThrough) {
     const fs::path outside = root_ / "outside";
     fs::create_directories(outside);
