@@ -214,10 +214,12 @@ TEST_F(InstallHooks, EmptyRepositoryGetsEachAgentsEventsAndServer) {
                   std::string::npos)
             << again.out;
 
+        // The repository as it was: no backup of a file that held only our entries, no folder
+        // made for one, so git status shows nothing.
         const HookRun undo = install(c.agent, {"--uninstall"});
         EXPECT_EQ(undo.status, 0) << undo.err;
-        EXPECT_FALSE(fs::exists(place(c.hooks_file))) << "it held only our entries";
-        EXPECT_FALSE(fs::exists(place(c.mcp_file)));
+        EXPECT_EQ(tree(repo_), "");
+        EXPECT_FALSE(fs::exists(home() / ".codeium"));
     }
 }
 
@@ -258,11 +260,13 @@ TEST_F(InstallHooks, UsersOwnEntriesStayInValueAndOrderAndComeBackExactly) {
         EXPECT_EQ(content(c.hooks_file), merged_text);
         EXPECT_EQ(read_file(place(c.hooks_file + ".bak")), c.user_hooks);
 
+        // Given back byte for byte, the files need their backups no more.
         const HookRun undo = install(c.agent, {"--uninstall"});
         EXPECT_EQ(undo.status, 0) << undo.err;
         EXPECT_EQ(content(c.hooks_file), c.user_hooks);
         EXPECT_EQ(content(c.mcp_file), c.user_mcp);
-        EXPECT_EQ(read_file(place(c.hooks_file + ".bak")), merged_text);
+        EXPECT_FALSE(fs::exists(place(c.hooks_file + ".bak")));
+        EXPECT_FALSE(fs::exists(place(c.mcp_file + ".bak")));
         fs::remove_all(repo_);
         fs::create_directories(repo_);
         clear_home();

@@ -62,6 +62,17 @@ std::optional<std::string> read_plain_file(const std::string& path) {
     return platform::read_regular_file(path);
 }
 
+// Takes away the folders between the file's root (the repository or the home directory) and the
+// file that are empty now, from the deepest up.
+void remove_emptied_directories(const ConfigTarget& target) {
+    const std::string relative = target.repo_root.empty() ? target.shown.substr(2) : target.shown;
+    const std::string base = target.path.substr(0, target.path.size() - relative.size());
+    for (std::size_t slash = relative.rfind('/'); slash != std::string::npos && slash > 0;
+         slash = relative.rfind('/', slash - 1)) {
+        if (!platform::remove_empty_directory(base + relative.substr(0, slash))) return;
+    }
+}
+
 bool is_scaffolding(const Json& doc) {
     if (!doc.is_object()) return false;
     for (const auto& [key, value] : doc.members()) {
@@ -163,7 +174,19 @@ void apply_change(const LoadedConfig& loaded, const Change& change) {
     // What runs killed mid-write left here goes (the writer leaves those of a live run alone).
     platform::remove_stale_temporaries(target.path);
     platform::remove_stale_temporaries(backup);
-    if (change.action == Action::none) return;
+    switch (change.action) {
+        case Action::none:
+            return;
+        case Action::remove:
+            // It held only our entries: no backup of it is worth keeping, nor the folders we
+            // made for it.
+            platform::delete_file(target.path);
+            remove_emptied_directories(target);
+            return;
+        case Action::write:
+        case Action::restore:
+            break;
+    }
     if (target.repo_root.empty()) {
         platform::create_directories(parent_of(target.path));
     } else {
@@ -175,13 +198,15 @@ void apply_change(const LoadedConfig& loaded, const Change& change) {
             return true;
         });
     }
+    if (change.action == Action::restore) {
+        // The user's own bytes are back, so the backup has nothing left to keep.
+        platform::replace_file(target.path, change.content);
+        platform::delete_file(backup);
+        return;
+    }
     // The backup holds the same settings as the file, so it gets the file's permissions.
     if (loaded.exists) platform::replace_file(backup, loaded.bytes, target.path);
-    if (change.action == Action::remove) {
-        platform::delete_file(target.path);
-    } else {
-        platform::replace_file(target.path, change.content);
-    }
+    platform::replace_file(target.path, change.content);
 }
 
 }  // namespace host::install

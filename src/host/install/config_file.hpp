@@ -51,8 +51,9 @@ Change plan_change(const LoadedConfig& loaded, const support::Json& updated, boo
 
 // Carries the change out: the previous file is kept as <file>.bak first (as private as the file
 // itself), then the new content replaces the file atomically, without following a link and
-// keeping its permissions. Temporary files that killed runs left beside the file go. Throws on
-// failure.
+// keeping its permissions. Giving the user's file back removes the backup, and removing a file
+// removes the folders that held nothing else. Temporary files that killed runs left beside the
+// file go too. Throws on failure.
 void apply_change(const LoadedConfig& loaded, const Change& change);
 
 }  // namespace host::install

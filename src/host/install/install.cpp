@@ -118,8 +118,7 @@ std::string report_line(const Step& step) {
             return shown + ": " + step.what +
                    (step.loaded.exists ? " (the previous file is kept as " + shown + ".bak)" : "");
         case Action::restore:
-            return shown + ": " + step.what + "; the file is back as it was before (" + shown +
-                   ".bak keeps the one with them)";
+            return shown + ": " + step.what + "; the file is back as it was before";
         case Action::remove:
             return shown + ": " + step.what + "; removed the file, which held nothing else";
     }
