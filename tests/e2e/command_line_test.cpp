@@ -46,6 +46,44 @@ TEST_F(CommandLine, UsageHelpAndParserErrors) {
     EXPECT_EQ(debug_log(), "") << "cmd_hooks must not run for a parser error";
 }
 
+// "--name=" gives the empty value, never the next argument: refused where nothing can be empty,
+// kept where empty is text. A value given apart that looks like an option stays the value.
+TEST_F(CommandLine, EmptyOptionValueIsNeverTheNextArgument) {
+    const std::pair<std::vector<std::string>, std::string> refused[] = {
+        {{"query", "understand", "--action=store", "--target=", "--purpose=p"},
+         "orvane-tamblo query understand: error: --target: an empty value is not allowed (see "
+         "'orvane-tamblo query understand --help')\n"},
+        {{"conversation", "log-turn", "--session-id=", "--type", "user", "--prompt", "x"},
+         "orvane-tamblo conversation log-turn: error: --session-id: an empty value is not allowed "
+         "(see 'orvane-tamblo conversation log-turn --help')\n"},
+        {{"conversation", "log-turn", "--type=", "--prompt", "x"},
+         "orvane-tamblo conversation log-turn: error: --type:  not in {user,tool} (see "
+         "'orvane-tamblo conversation log-turn --help')\n"},
+    };
+    for (const auto& [args, err] : refused) {
+        SCOPED_TRACE(::testing::PrintToString(args));
+        expect_error(run(args), err, 2);
+    }
+    EXPECT_FALSE(fs::exists(repo_ / "memory")) << "nothing was stored";
+
+    expect_clean(run({"query", "understand", "--action=store", "--target=a.py", "--purpose="}),
+                 "{\"stored\": true, \"target\": \"a.py\", \"scope\": \"file\"}\n");
+    EXPECT_NE(run({"query", "understand", "--action=recall", "--target=a.py"})
+                  .out.find(", \"purpose\": \"\", "),
+              std::string::npos);
+    expect_clean(
+        run({"conversation", "log-turn", "--session-id=s1", "--type", "user", "--prompt", "--x="}),
+        "{\"logged\": true, \"session_id\": \"s1\"}\n");
+    expect_clean(run({"conversation", "context", "s1", "--json"}),
+                 "{\"goals\": [\"--x=\"], \"recent_activity\": [], \"files_involved\": []}\n");
+
+    // A hook's empty --agent is an agent name like any other: Claude Code's form.
+    expect_clean(hook("log-conversation", R"({"prompt": "hi"})", {"--agent=", "--type", "user"}),
+                 "");
+    EXPECT_EQ(host_calls(), (std::vector<std::vector<std::string>>{
+                                {"conversation", "log-turn", "--type", "user", "--prompt", "hi"}}));
+}
+
 // The notice is a system message, not model context: Claude Code's form shows which. Agent names
 // are matched whatever their case; any other name is Claude Code's.
 TEST_F(CommandLine, SaveCompactWritesEachAgentsSystemMessage) {
