@@ -286,6 +286,19 @@ Extractor::~Extractor() = default;
 
 namespace {
 
+// One definition per node: where two patterns read one node, the earlier pattern's reading.
+void keep_first_per_node(std::vector<Found>& found) {
+    std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) {
+        if (a.start != b.start) return a.start < b.start;
+        return a.end != b.end ? a.end > b.end : a.pattern < b.pattern;
+    });
+    found.erase(std::unique(found.begin(), found.end(),
+                            [](const Found& a, const Found& b) {
+                                return a.start == b.start && a.end == b.end;
+                            }),
+                found.end());
+}
+
 // One entry per name: where two patterns found the same name, the earlier pattern's reading.
 void keep_first_per_name(std::vector<Found>& found) {
     std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) {
@@ -354,6 +367,7 @@ ExtractStatus Extractor::extract(Language language, std::string_view source,
     }
     if (s.out_of_time) return ExtractStatus::timed_out;
 
+    keep_first_per_node(s.definitions);
     keep_first_per_name(s.definitions);
     keep_first_per_name(s.references);
     // A name that a definition declares is not also a use of it.

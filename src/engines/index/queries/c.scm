@@ -1,13 +1,18 @@
 ; C, and the parts of C++ that C has (every node named here is in both grammars).
 
 ; Definitions. Prototypes are not definitions.
+
+; A macro before the return type (API int name(...)) leaves the name in an error node after the
+; type, which the parser took for the name.
+(function_definition
+  declarator: (function_declarator (ERROR . (identifier) @name .))) @definition.function
 (function_definition
   declarator: [
     (function_declarator declarator: [(identifier) @name
                                       (parenthesized_declarator (identifier) @name)])
-    (pointer_declarator declarator: (function_declarator declarator: (identifier) @name))
-    (pointer_declarator declarator: (pointer_declarator
-      declarator: (function_declarator declarator: (identifier) @name)))
+    (_ (function_declarator declarator: [(identifier) @name
+                                         (parenthesized_declarator (identifier) @name)]))
+    (_ (_ (function_declarator declarator: (identifier) @name)))
   ]) @definition.function
 
 (struct_specifier name: (type_identifier) @name body: (_)) @definition.struct

@@ -1,21 +1,18 @@
 ; C++'s own, before the patterns it shares with C (c.scm).
 
-; Definitions. A function written in a class body is a method.
+; Definitions. A function written in a class body is a method; its declarator may sit under a
+; pointer or reference declarator (`T& get()`).
 (field_declaration_list
-  (function_definition
-    declarator: (function_declarator
-      declarator: [(field_identifier) (identifier) (destructor_name) (operator_name)] @name))
-  @definition.method)
-(field_declaration_list
-  (template_declaration
-    (function_definition
-      declarator: (function_declarator
-        declarator: [(field_identifier) (identifier) (destructor_name) (operator_name)] @name))
-    @definition.method))
-(field_declaration_list
-  (field_declaration
-    declarator: (function_declarator
-      declarator: [(field_identifier) (destructor_name) (operator_name)] @name))
+  [(function_definition declarator: [
+     (function_declarator declarator: [(field_identifier) (identifier) (destructor_name) (operator_name)] @name)
+     (_ (function_declarator declarator: [(field_identifier) (identifier) (operator_name)] @name))
+     (_ (_ (function_declarator declarator: [(field_identifier) (identifier) (operator_name)] @name)))])
+   (template_declaration (function_definition declarator: [
+     (function_declarator declarator: [(field_identifier) (identifier) (destructor_name) (operator_name)] @name)
+     (_ (function_declarator declarator: [(field_identifier) (identifier) (operator_name)] @name))]))
+   (field_declaration declarator: [
+     (function_declarator declarator: [(field_identifier) (destructor_name) (operator_name)] @name)
+     (_ (function_declarator declarator: [(field_identifier) (operator_name)] @name))])]
   @definition.method)
 
 ; Written outside its class: Foo::bar, whose scope is Foo.
@@ -28,21 +25,33 @@
       scope: (_) @scope
       name: (qualified_identifier
         name: [(identifier) (destructor_name) (operator_name)] @name)))
-    (pointer_declarator declarator: (function_declarator declarator: (qualified_identifier
+    (_ (function_declarator declarator: (qualified_identifier
       scope: (_) @scope
       name: [(identifier) (destructor_name) (operator_name)] @name)))
-    (reference_declarator (function_declarator declarator: (qualified_identifier
+    (_ (_ (function_declarator declarator: (qualified_identifier
       scope: (_) @scope
-      name: [(identifier) (destructor_name) (operator_name)] @name)))
+      name: [(identifier) (destructor_name) (operator_name)] @name))))
   ]) @definition.method
-
 (function_definition
-  declarator: (reference_declarator (function_declarator declarator: (identifier) @name)))
-  @definition.function
+  declarator: (function_declarator declarator: (operator_name) @name)) @definition.function
 
+; A class whose head holds a macro (class API_EXPORT Name {...}) reads as a function named after
+; the class, whose body is the class's.
+(function_definition
+  type: (class_specifier !body)
+  declarator: (identifier) @name
+  body: (_)) @definition.class
+(function_definition
+  type: (struct_specifier !body)
+  declarator: (identifier) @name
+  body: (_)) @definition.struct
+
+; Specialisations (class Foo<int> {...}) are definitions of Foo too.
 (class_specifier name: [(type_identifier) @name
-                        (qualified_identifier name: (type_identifier) @name)] body: (_)) @definition.class
-(struct_specifier name: (qualified_identifier name: (type_identifier) @name) body: (_)) @definition.struct
+                        (qualified_identifier name: (type_identifier) @name)
+                        (template_type name: (type_identifier) @name)] body: (_)) @definition.class
+(struct_specifier name: [(qualified_identifier name: (type_identifier) @name)
+                         (template_type name: (type_identifier) @name)] body: (_)) @definition.struct
 (namespace_definition name: [(namespace_identifier) @name (nested_namespace_specifier) @name])
   @definition.namespace
 (alias_declaration name: (type_identifier) @name) @definition.type

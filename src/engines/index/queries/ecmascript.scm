@@ -17,13 +17,20 @@
   name: (identifier) @name
   value: [(arrow_function) (function_expression) (generator_function)]) @definition.function
 
+; Foo.prototype.bar = ... gives every Foo a method bar, whatever the value.
+(assignment_expression
+  left: (member_expression
+    object: (member_expression property: (property_identifier) @_prototype)
+    property: (property_identifier) @name)
+  (#eq? @_prototype "prototype")) @definition.method
+
 (assignment_expression
   left: [(identifier) @name
          (member_expression property: (property_identifier) @name)]
   right: [(arrow_function) (function_expression) (generator_function)]) @definition.function
 
 (pair
-  key: [(property_identifier) (string)] @name
+  key: [(property_identifier) @name (string (string_fragment) @name)]
   value: [(arrow_function) (function_expression) (generator_function)]) @definition.function
 
 ; Top-level constants and variables, exported or not.

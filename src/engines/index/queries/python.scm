@@ -9,6 +9,8 @@
 
 (function_definition name: (identifier) @name) @definition.function
 
+(assignment left: (identifier) @name right: (lambda)) @definition.function
+
 ; Module-level names: ALL_CAPS ones are constants by convention.
 (module
   (expression_statement

@@ -11,6 +11,7 @@
 [(method_signature name: (_) @name)
  (abstract_method_signature name: (_) @name)] @definition.method
 (function_signature name: (identifier) @name) @definition.function
+(construct_signature "new" @name) @definition.method
 
 (public_field_definition
   name: (_) @name
