@@ -20,6 +20,7 @@
 (enum_item name: (type_identifier) @name) @definition.enum
 (union_item name: (type_identifier) @name) @definition.union
 (type_item name: (type_identifier) @name) @definition.type
+(associated_type name: (type_identifier) @name) @definition.type
 (trait_item name: (type_identifier) @name) @definition.trait
 (mod_item name: (identifier) @name) @definition.module
 (macro_definition name: (identifier) @name) @definition.macro
