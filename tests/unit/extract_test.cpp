@@ -99,7 +99,7 @@ TEST(Extract, DefinitionsAndCallsPerLanguage) {
          {"class A 1-5  | public class A extends B", "method A 2-2 A | public A(int c)",
           "method helper 3-3 A | static int helper(int x)", "enum Kind 4-4 A | enum Kind",
           "constant ONE 4-4 A.Kind | ONE"},
-         {"super 2:21 A", "A 3:41 helper", "get 3:46 helper"}},
+         {"A 3:41 helper", "get 3:46 helper"}},
         {Language::c,
          "#define SQ(x) ((x) * (x))\ntypedef int (*cmp_fn)(int);\nint proto(int);\n"
          "static int *\nfind(struct node *n)\n{\n    return lookup(n->v, SQ(2));\n}\n"

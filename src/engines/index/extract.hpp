@@ -27,7 +27,8 @@ struct Definition {
 // A use of a name found in one file.
 struct Reference {
     std::string name;
-    std::string kind;          // call, type, import, inherit, ...
+    // call (also `new X`, a JSX element, a macro invocation), type, import, inherit
+    std::string kind;
     std::uint32_t line = 0;    // from 1
     std::uint32_t column = 0;  // from 1, in characters
     std::int32_t in = -1;      // the innermost enclosing definition (an index), -1 at top level

@@ -17,7 +17,6 @@
   (type_identifier) @name
   (generic_type (type_identifier) @name)
   (scoped_type_identifier (type_identifier) @name .)]) @reference.call
-(explicit_constructor_invocation constructor: [(this) (super)] @name) @reference.call
 
 (superclass [(type_identifier) @name
              (generic_type (type_identifier) @name)
