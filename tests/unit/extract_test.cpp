@@ -101,14 +101,15 @@ TEST(Extract, DefinitionsAndCallsPerLanguage) {
           "constant ONE 4-4 A.Kind | ONE"},
          {"A 3:41 helper", "get 3:46 helper"}},
         {Language::c,
-         "#define SQ(x) ((x) * (x))\ntypedef int (*cmp_fn)(int);\nint proto(int);\n"
+         "#define SQ(x) ((x) * sq_(x, \"f(\")) /* g(x) */\ntypedef int (*cmp_fn)(int);\n"
+         "int proto(int);\n"
          "static int *\nfind(struct node *n)\n{\n    return lookup(n->v, SQ(2));\n}\n"
          "LUA_API int get (lua_State *L) { return n->fn(L); }\n",
-         {"macro SQ 1-1  | #define SQ(x) ((x) * (x))",
+         {"macro SQ 1-1  | #define SQ(x) ((x) * sq_(x, \"f(\")) /* g(x) */",
           "type cmp_fn 2-2  | typedef int (*cmp_fn)(int)",
           "function find 4-8  | static int * find(struct node *n)",
           "function get 9-9  | LUA_API int get (lua_State *L)"},
-         {"lookup 7:12 find", "SQ 7:25 find", "fn 9:44 get"}},
+         {"sq_ 1:22 SQ", "lookup 7:12 find", "SQ 7:25 find", "fn 9:44 get"}},
         {Language::cpp,
          "namespace geo {\nclass Shape {\n  int count() const { return helper(); }\n"
          "  T& at(int i);\n};\nT& Shape::at(int i) { return v.at(i); }\n}\n",

@@ -236,6 +236,61 @@ struct Extractor::State {
         return true;
     }
 
+    // Each `name (` in text the grammar left unparsed, read as C reads it: comments, strings
+    // and character literals are skipped, and so are the keywords that take parentheses.
+    void calls_in_text(TSNode node, std::uint16_t pattern, const std::string& kind) {
+        static constexpr std::string_view kNotCalls[] = {
+            "if",   "while",    "for",      "switch",  "return", "sizeof",     "defined",      "do",
+            "case", "_Generic", "_Alignof", "alignof", "typeof", "__typeof__", "__attribute__"};
+        const std::uint32_t begin = ts_node_start_byte(node), end = ts_node_end_byte(node);
+        TSPoint point = ts_node_start_point(node);
+        std::uint32_t line_start = begin - point.column;
+        auto is_word = [](char c, bool first) {
+            return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                   (!first && c >= '0' && c <= '9');
+        };
+        for (std::uint32_t i = begin; i < end;) {
+            const char c = source[i];
+            if (c == '\n') {
+                ++point.row;
+                line_start = ++i;
+            } else if (c == '/' && i + 1 < end && (source[i + 1] == '*' || source[i + 1] == '/')) {
+                const bool block = source[i + 1] == '*';
+                i += 2;
+                while (i < end && !(block ? source[i] == '*' && i + 1 < end && source[i + 1] == '/'
+                                          : source[i] == '\n')) {
+                    if (source[i] == '\n') ++point.row, line_start = i + 1;
+                    ++i;
+                }
+                if (block) i = std::min(end, i + 2);
+            } else if (c == '"' || c == '\'') {
+                for (++i; i < end && source[i] != c && source[i] != '\n'; ++i) {
+                    if (source[i] == '\\') ++i;
+                }
+                ++i;
+            } else if (is_word(c, true)) {
+                const std::uint32_t word = i;
+                while (i < end && is_word(source[i], false)) ++i;
+                std::uint32_t next = i;
+                while (next < end && (source[next] == ' ' || source[next] == '\t')) ++next;
+                const std::string_view name = source.substr(word, i - word);
+                if (next < end && source[next] == '(' &&
+                    std::find(std::begin(kNotCalls), std::end(kNotCalls), name) ==
+                        std::end(kNotCalls)) {
+                    Found found;
+                    found.name_start = found.start = word;
+                    found.name_end = found.end = i;
+                    found.name_point = {point.row, word - line_start};
+                    found.pattern = pattern;
+                    found.kind = &kind;
+                    references.push_back(std::move(found));
+                }
+            } else {
+                ++i;
+            }
+        }
+    }
+
     void collect(const QuerySet& set, const TSQueryMatch& match) {
         if (!accepted(set, match)) return;
         Found found;
@@ -256,6 +311,9 @@ struct Extractor::State {
                 case Role::reference:
                     whole = &capture.node;
                     role = &info;
+                    break;
+                case Role::text_calls:
+                    calls_in_text(capture.node, match.pattern_index, info.kind);
                     break;
                 case Role::other:
                     break;

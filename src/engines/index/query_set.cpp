@@ -131,6 +131,9 @@ CaptureInfo capture_info(std::string_view name) {
         info.role = Role::name;
     } else if (name == "scope") {
         info.role = Role::scope;
+    } else if (name == "text.calls") {
+        info.role = Role::text_calls;
+        info.kind = "call";
     } else if (name.starts_with("definition.")) {
         info.role = Role::definition;
         info.kind = name.substr(11);

@@ -16,8 +16,10 @@ namespace code_index {
 // What a capture of our queries stands for, by its name: `@name` (the defined or used name),
 // `@definition.<kind>` (the whole definition), `@reference.<kind>` (marks a use; its position is
 // the name's), `@scope` (a qualifier written before the name, as in `Foo::bar` or a Go method's
-// receiver). Anything else (`@doc`, `@_helper`) only takes part in matching and predicates.
-enum class Role : std::uint8_t { other, name, definition, reference, scope };
+// receiver), `@text.calls` (text the grammar leaves unparsed, a macro's body, in which each
+// `name(` is a call). Anything else (`@doc`, `@_helper`) only takes part in matching and
+// predicates.
+enum class Role : std::uint8_t { other, name, definition, reference, scope, text_calls };
 
 struct CaptureInfo {
     Role role = Role::other;

@@ -46,6 +46,10 @@
              (field_expression field: (field_identifier) @name)
              (parenthesized_expression (identifier) @name)]) @reference.call
 
+; Macro bodies are text to the grammar; the calls in them are found in the text.
+[(preproc_def value: (preproc_arg) @text.calls)
+ (preproc_function_def value: (preproc_arg) @text.calls)]
+
 (type_identifier) @name @reference.type
 
 (preproc_include path: [(string_literal (string_content) @name)
