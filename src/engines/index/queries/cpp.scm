@@ -33,7 +33,8 @@
       name: [(identifier) (destructor_name) (operator_name)] @name))))
   ]) @definition.method
 (function_definition
-  declarator: (function_declarator declarator: (operator_name) @name)) @definition.function
+  declarator: [(function_declarator declarator: (operator_name) @name)
+               (_ (function_declarator declarator: (operator_name) @name))]) @definition.function
 
 ; A class whose head holds a macro (class API_EXPORT Name {...}) reads as a function named after
 ; the class, whose body is the class's.
