@@ -15,6 +15,12 @@
      (_ (function_declarator declarator: [(field_identifier) (operator_name)] @name))])]
   @definition.method)
 
+; Member functions under a preprocessor conditional in a class body (their declarators name
+; fields, which only a class has).
+(function_definition
+  declarator: [(function_declarator declarator: [(field_identifier) (destructor_name)] @name)
+               (_ (function_declarator declarator: (field_identifier) @name))]) @definition.method
+
 ; Written outside its class: Foo::bar, whose scope is Foo.
 (function_definition
   declarator: [
