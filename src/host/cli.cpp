@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+
 #include "cli_hooks/hooks.hpp"
 #include "host/install/install.hpp"
 #include "host/mcp/server.hpp"
@@ -28,16 +30,70 @@ std::string command_path(CLI::App& app) {
     }
 }
 
-int report_parse_error(CLI::App& app, const CLI::ParseError& e) {
+// One line on standard error, then `status`.
+int report_parse_error(CLI::App& app, const CLI::ParseError& e, int status) {
     if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
         return app.exit(e);  // --help and --version print on standard output
     }
     const std::string path = command_path(app);
+    std::string message = e.what();
+    std::replace(message.begin(), message.end(), '\n', ' ');
     try {
-        platform::write_stderr(path + ": error: " + e.what() + " (see '" + path + " --help')\n");
+        platform::write_stderr(path + ": error: " + message + " (see '" + path + " --help')\n");
     } catch (...) {
     }
-    return 2;
+    return status;
+}
+
+// CLI11 reads "--name=" as "--name" alone and then takes the next argument for its value, whatever
+// that is: "--target= --purpose=p" would store the target "--purpose=p". Given as "--name" and an
+// empty argument instead, the value is the empty text that was written, which the option's own
+// check takes or refuses. Only options are rewritten, never the value of an option given apart
+// (a prompt may well read "--x="). Empty when no argument asks for it, as in every hook run.
+std::vector<std::string> empty_values_kept(CLI::App& app, int argc, char** argv) {
+    auto empty_value = [](std::string_view arg) {
+        return arg.size() > 3 && arg.back() == '=' && arg.starts_with("--") &&
+               arg.find('=') == arg.size() - 1;
+    };
+    std::vector<std::string> out;
+    if (std::none_of(argv + 1, argv + argc, empty_value)) return out;
+    CLI::App* command = &app;
+    for (int i = 0; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        out.emplace_back(arg);
+        if (i == 0) continue;
+        if (arg == "--") {
+            out.insert(out.end(), argv + i + 1, argv + argc);
+            break;
+        }
+        if (!arg.starts_with("--")) {
+            const auto sub = command->get_subcommands(
+                [&](const CLI::App* candidate) { return candidate->get_name() == arg; });
+            if (!sub.empty()) command = sub.front();
+            continue;
+        }
+        const CLI::Option* option =
+            command->get_option_no_throw(std::string(arg.substr(0, arg.find('='))));
+        if (option == nullptr || option->get_items_expected_max() == 0) continue;
+        if (empty_value(arg)) {
+            out.back().pop_back();
+            out.emplace_back();
+        } else if (arg.find('=') == std::string_view::npos) {
+            const int values =
+                std::min(option->get_type_size_min(), option->get_items_expected_min());
+            for (int k = 0; k < values && i + 1 < argc; ++k) out.emplace_back(argv[++i]);
+        }
+    }
+    return out;
+}
+
+// An empty target, scope or session names nothing.
+CLI::Validator not_empty() {
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            return text.empty() ? "an empty value is not allowed" : "";
+        },
+        "");
 }
 
 // A whole number from 0 to 999999999, checked before CLI11 converts it (which would clamp
@@ -125,8 +181,10 @@ class HostCommands {
         understand_->add_option("--action", o.action, "store, recall or stats")
             ->required()
             ->check(CLI::IsMember({"store", "recall", "stats"}));
-        optional_option(understand_, "--target", o.target, "The file (or other target)");
-        optional_option(understand_, "--scope", o.scope, "The target's scope (default: file)");
+        optional_option(understand_, "--target", o.target, "The file (or other target)")
+            ->check(not_empty());
+        optional_option(understand_, "--scope", o.scope, "The target's scope (default: file)")
+            ->check(not_empty());
         optional_option(understand_, "--importance", o.importance,
                         "high, medium or low (default: medium)");
         understand_->get_option("--importance")->check(CLI::IsMember({"high", "medium", "low"}));
@@ -210,7 +268,8 @@ class HostCommands {
         log_turn_ = conversation->add_subcommand("log-turn", "Append a turn to a session");
         auto& t = log_turn_options_;
         optional_option(log_turn_, "--session-id", t.session_id,
-                        "The session (default: the most recent active one of the last day)");
+                        "The session (default: the most recent active one of the last day)")
+            ->check(not_empty());
         log_turn_->add_option("--type", t.type, "user or tool")
             ->required()
             ->check(CLI::IsMember({"user", "tool"}));
@@ -224,7 +283,8 @@ class HostCommands {
         finalize_ = conversation->add_subcommand("finalize", "End a session");
         auto& f = finalize_options_;
         optional_option(finalize_, "--session-id", f.session_id,
-                        "The session (default: the most recent active one)");
+                        "The session (default: the most recent active one)")
+            ->check(not_empty());
         finalize_->add_option("--status", f.status, "completed or compacted")
             ->required()
             ->check(CLI::IsMember({"completed", "compacted"}));
@@ -324,9 +384,19 @@ int run(int argc, char** argv) {
     }
 
     try {
-        app.parse(argc, argv);
+        const std::vector<std::string> rewritten = empty_values_kept(app, argc, argv);
+        if (rewritten.empty()) {
+            app.parse(argc, argv);
+        } else {
+            std::vector<const char*> args;
+            for (const std::string& arg : rewritten) args.push_back(arg.c_str());
+            app.parse(static_cast<int>(args.size()), args.data());
+        }
     } catch (const CLI::ParseError& e) {
-        return report_parse_error(app, e);
+        // Claude Code reads a hook's status 2 as "block this tool call", and Cursor denies it:
+        // a hook name this build does not know (from a newer release's configuration) would
+        // block every read. Status 1 shows as a hook error and lets the agent go on.
+        return report_parse_error(app, e, hook_run ? 1 : 2);
     }
     if (hooks && hooks->chosen()) return cli_hooks::cmd_hooks(hooks->args());
     if (host_commands) return host_commands->run();

@@ -10,6 +10,10 @@ namespace platform {
 // followed. Throws OsError for any other failure.
 bool make_directory(const std::string& path);
 
+// Removes the directory `path` if it is empty; returns whether it did. Anything else there (a
+// link above all, which is never followed) and a directory that holds anything stay.
+bool remove_empty_directory(const std::string& path) noexcept;
+
 // Creates the file `path` holding `content`, unless anything (a file, a link, even a dangling one)
 // already stands there; returns whether it was created. The content appears whole or not at all:
 // it is written to a temporary file beside `path` and then linked into place, so a concurrent

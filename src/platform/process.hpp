@@ -64,7 +64,9 @@ std::optional<std::string> find_program(std::string_view name);
 // and whenever the run ends before the child has been reaped (time-out, too much output, any
 // exception on the way) the whole group is killed and the child reaped. A termination signal or
 // interrupt that reaches this process while the child runs does the same, then ends this process
-// as that signal would.
+// as that signal would. Killed outright (SIGKILL, TerminateProcess), this process takes the
+// child with it: on Linux by a parent-death signal, which reaches the child but not what it
+// started; on Windows by closing the job that holds them all.
 //
 // Throws ProcessStartError when the child cannot start, ProcessTimeout at `timeout` (even when a
 // grandchild still holds the pipes), ProcessOutputTooLarge past kMaxChildOutput bytes of kept

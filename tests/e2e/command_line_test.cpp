@@ -12,8 +12,10 @@ const std::string kUsage =
 
 using CommandLine = HookTest;
 
-// Without a hook: the usage line and status 1, after the dispatcher's one debug line. A parser
-// error exits 2 before the dispatcher runs at all.
+// Without a hook: the usage line and status 1, after the dispatcher's one debug line. An argument
+// error is the parser's one line and status 1 as well, before the dispatcher runs at all: Claude
+// Code would read 2 as "block this tool call", for every read if a newer release's hook name
+// were configured.
 TEST_F(CommandLine, UsageHelpAndParserErrors) {
     const HookRun usage = run({"hooks"});
     EXPECT_EQ(usage.out, kUsage);
@@ -21,8 +23,10 @@ TEST_F(CommandLine, UsageHelpAndParserErrors) {
     EXPECT_EQ(usage.status, 1);
     EXPECT_EQ(debug_messages(), std::vector<std::string>{"cmd_hooks called: hook_cmd=None"});
 
-    const std::string help =
-        run({"hooks", "--help"}).out + run({"hooks", "log-conversation", "--help"}).out;
+    const HookRun hooks_help = run({"hooks", "--help"});
+    const HookRun hook_help = run({"hooks", "log-conversation", "--help"});
+    EXPECT_EQ(hooks_help.status + hook_help.status, 0);
+    const std::string help = hooks_help.out + hook_help.out;
     for (const char* text :
          {"session-start", "refresh-cache", "suggest-tamblo", "finalize",
           "Nudge toward semantic search when grep looks like symbol discovery",
@@ -32,18 +36,69 @@ TEST_F(CommandLine, UsageHelpAndParserErrors) {
     }
 
     fs::remove(logs_ / "hook_debug.log");
-    for (const std::vector<std::string>& args :
-         std::vector<std::vector<std::string>>{{"hooks", "no-such-hook"},
-                                               {"hooks", "log-conversation"},
-                                               {"hooks", "log-conversation", "--type", "assistant"},
-                                               {"hooks", "save-compact", "--bogus"}}) {
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
+        {{"hooks", "no-such-hook"},
+         "orvane-tamblo hooks: error: The following argument was not expected: no-such-hook (see "
+         "'orvane-tamblo hooks --help')\n"},
+        {{"hooks", "--version"},
+         "orvane-tamblo hooks: error: The following argument was not expected: --version (see "
+         "'orvane-tamblo hooks --help')\n"},
+        {{"hooks", "log-conversation"},
+         "orvane-tamblo hooks log-conversation: error: --type is required (see 'orvane-tamblo "
+         "hooks log-conversation --help')\n"},
+        {{"hooks", "log-conversation", "--type", "assistant"},
+         "orvane-tamblo hooks log-conversation: error: --type: assistant not in {user,tool} (see "
+         "'orvane-tamblo hooks log-conversation --help')\n"},
+        {{"hooks", "check-cache", "extra"},
+         "orvane-tamblo hooks check-cache: error: The following argument was not expected: extra "
+         "(see 'orvane-tamblo hooks check-cache --help')\n"},
+        {{"hooks", "session-start", "--bogus"},
+         "orvane-tamblo hooks session-start: error: The following argument was not expected: "
+         "--bogus (see 'orvane-tamblo hooks session-start --help')\n"},
+    };
+    for (const auto& [args, err] : rows) {
         SCOPED_TRACE(::testing::PrintToString(args));
-        const HookRun r = run(args);
-        EXPECT_EQ(r.status, 2);
-        EXPECT_EQ(r.out, "");
-        EXPECT_NE(r.err.find("error: "), std::string::npos) << r.err;
+        expect_error(run(args), err, 1);
     }
     EXPECT_EQ(debug_log(), "") << "cmd_hooks must not run for a parser error";
+}
+
+// "--name=" gives the empty value, never the next argument: refused where nothing can be empty,
+// kept where empty is text. A value given apart that looks like an option stays the value.
+TEST_F(CommandLine, EmptyOptionValueIsNeverTheNextArgument) {
+    const std::pair<std::vector<std::string>, std::string> refused[] = {
+        {{"query", "understand", "--action=store", "--target=", "--purpose=p"},
+         "orvane-tamblo query understand: error: --target: an empty value is not allowed (see "
+         "'orvane-tamblo query understand --help')\n"},
+        {{"conversation", "log-turn", "--session-id=", "--type", "user", "--prompt", "x"},
+         "orvane-tamblo conversation log-turn: error: --session-id: an empty value is not allowed "
+         "(see 'orvane-tamblo conversation log-turn --help')\n"},
+        {{"conversation", "log-turn", "--type=", "--prompt", "x"},
+         "orvane-tamblo conversation log-turn: error: --type:  not in {user,tool} (see "
+         "'orvane-tamblo conversation log-turn --help')\n"},
+    };
+    for (const auto& [args, err] : refused) {
+        SCOPED_TRACE(::testing::PrintToString(args));
+        expect_error(run(args), err, 2);
+    }
+    EXPECT_FALSE(fs::exists(repo_ / "memory")) << "nothing was stored";
+
+    expect_clean(run({"query", "understand", "--action=store", "--target=a.py", "--purpose="}),
+                 "{\"stored\": true, \"target\": \"a.py\", \"scope\": \"file\"}\n");
+    EXPECT_NE(run({"query", "understand", "--action=recall", "--target=a.py"})
+                  .out.find(", \"purpose\": \"\", "),
+              std::string::npos);
+    expect_clean(
+        run({"conversation", "log-turn", "--session-id=s1", "--type", "user", "--prompt", "--x="}),
+        "{\"logged\": true, \"session_id\": \"s1\"}\n");
+    expect_clean(run({"conversation", "context", "s1", "--json"}),
+                 "{\"goals\": [\"--x=\"], \"recent_activity\": [], \"files_involved\": []}\n");
+
+    // A hook's empty --agent is an agent name like any other: Claude Code's form.
+    expect_clean(hook("log-conversation", R"({"prompt": "hi"})", {"--agent=", "--type", "user"}),
+                 "");
+    EXPECT_EQ(host_calls(), (std::vector<std::vector<std::string>>{
+                                {"conversation", "log-turn", "--type", "user", "--prompt", "hi"}}));
 }
 
 // The notice is a system message, not model context: Claude Code's form shows which. Agent names
@@ -71,7 +126,7 @@ TEST_F(CommandLine, SaveCompactWritesEachAgentsSystemMessage) {
 }
 
 // Parsers conventionally take the last value of a repeated option (save-compact's rows above); a
-// parse error would exit 2, which blocks the tool call for Claude Code.
+// parse error would lose the turn.
 TEST_F(CommandLine, RepeatedOptionTakesItsLastValue) {
     expect_clean(hook("log-conversation", R"({"prompt": "hi"})",
                       {"--type", "tool", "--agent", "x", "--type", "user", "--agent", "y"}),

@@ -174,18 +174,25 @@ HookRun HookTest::run(const std::vector<std::string>& args, const RunOptions& op
 
 std::vector<HookRun> HookTest::run_together(int count, const std::vector<std::string>& args,
                                             const RunOptions& options) {
+    return run_together(std::vector<std::vector<std::string>>(count, args), options);
+}
+
+std::vector<HookRun> HookTest::run_together(const std::vector<std::vector<std::string>>& each,
+                                            const RunOptions& options) {
     std::vector<HookRun> results;
-    for (const Started& started : start(count, args, options)) {
+    for (const Started& started : start(each, options)) {
         results.push_back(finish(started, options));
     }
-    for (HookRun& result : results) {
-        if (wine_failed_to_start(result)) result = finish(start(1, args, options).front(), options);
-        report_hang(result, options);
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        if (wine_failed_to_start(results[i])) {
+            results[i] = finish(start({each[i]}, options).front(), options);
+        }
+        report_hang(results[i], options);
     }
     return results;
 }
 
-std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std::string>& args,
+std::vector<HookTest::Started> HookTest::start(const std::vector<std::vector<std::string>>& each,
                                                const RunOptions& options) {
     std::map<std::string, std::string> env = {
         {"PATH", (options.real_host ? fs::path(binary()).parent_path().string() : fake_host_dir()) +
@@ -208,9 +215,13 @@ std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std:
     std::vector<std::string> env_strings;
     for (const auto& [name, value] : env) env_strings.push_back(name + "=" + value);
 
-    std::vector<std::string> argv_strings = {binary()};
-    if (!launcher().empty()) argv_strings.insert(argv_strings.begin(), launcher());
-    argv_strings.insert(argv_strings.end(), args.begin(), args.end());
+    std::vector<std::vector<std::string>> argv_strings;
+    for (const auto& args : each) {
+        std::vector<std::string>& strings = argv_strings.emplace_back();
+        if (!launcher().empty()) strings.push_back(launcher());
+        strings.push_back(binary());
+        strings.insert(strings.end(), args.begin(), args.end());
+    }
 
     // One file per run, so that runs from several threads do not share one.
     static std::atomic<int> runs{0};
@@ -218,14 +229,18 @@ std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std:
     write_file(stdin_path, options.stdin_data);
     // Everything the child needs is built here: between fork and exec the child may not allocate,
     // since another test thread can hold the allocator's lock at the moment of the fork.
-    std::vector<char*> argv, envp;
-    for (auto& s : argv_strings) argv.push_back(s.data());
-    argv.push_back(nullptr);
+    std::vector<std::vector<char*>> argvs;
+    for (auto& strings : argv_strings) {
+        std::vector<char*>& argv = argvs.emplace_back();
+        for (auto& s : strings) argv.push_back(s.data());
+        argv.push_back(nullptr);
+    }
+    std::vector<char*> envp;
     for (auto& s : env_strings) envp.push_back(s.data());
     envp.push_back(nullptr);
     const std::string cwd = (options.cwd ? *options.cwd : repo_).string();
     std::vector<Started> started;
-    for (int i = 0; i < count; ++i) {
+    for (std::vector<char*>& argv : argvs) {
         int stdin_pipe[2] = {-1, -1};
         if (options.stdin_never_closes && ::pipe(stdin_pipe) != 0) throw std::runtime_error("pipe");
         int out_pipe[2], err_pipe[2];
@@ -242,8 +257,13 @@ std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std:
             for (int fd = 3; fd < 256; ++fd) ::close(fd);
             if (::chdir(cwd.c_str()) != 0) _exit(126);
             // What an agent would leave the hook with, whatever the test runner left us with.
-            for (int sig : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) {
+            for (int sig : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD, SIGXFSZ}) {
                 ::signal(sig, SIG_DFL);
+            }
+            if (options.file_size_limit > 0) {
+                const rlimit limit{static_cast<rlim_t>(options.file_size_limit),
+                                   static_cast<rlim_t>(options.file_size_limit)};
+                ::setrlimit(RLIMIT_FSIZE, &limit);
             }
             if (options.ignore_sigchld) ::signal(SIGCHLD, SIG_IGN);
             if (options.signal) ::setpgid(0, 0);

@@ -39,8 +39,9 @@ struct RunOptions {
     std::optional<fs::path> cwd{};  // default: the fixture's repository directory
     bool ignore_sigchld = false;    // start the hook with SIGCHLD ignored
     std::optional<SignalAt> signal{};
-    int limit_seconds = 60;  // then the hook is killed and the test fails
-    bool real_host = false;  // the build, not the fake host, first on PATH
+    int limit_seconds = 60;    // then the hook is killed and the test fails
+    long file_size_limit = 0;  // bytes; a write past them kills the run (SIGXFSZ), as mid-write
+    bool real_host = false;    // the build, not the fake host, first on PATH
 };
 
 // The program under test is ORVANE_TEST_BINARY (default: this build's), started through
@@ -64,6 +65,9 @@ class HookTest : public ::testing::Test {
     HookRun run(const std::vector<std::string>& args, const RunOptions& options = {});
     // `count` runs started together, their results in order.
     std::vector<HookRun> run_together(int count, const std::vector<std::string>& args,
+                                      const RunOptions& options = {});
+    // Runs of each argument list in `each`, started together.
+    std::vector<HookRun> run_together(const std::vector<std::vector<std::string>>& each,
                                       const RunOptions& options = {});
     HookRun hook(const std::string& name, const std::string& stdin_data,
                  const std::vector<std::string>& extra_args = {});
@@ -95,7 +99,7 @@ class HookTest : public ::testing::Test {
         int out, err;
         int stdin_write;  // -1 unless stdin never closes
     };
-    std::vector<Started> start(int count, const std::vector<std::string>& args,
+    std::vector<Started> start(const std::vector<std::vector<std::string>>& each,
                                const RunOptions& options);
     HookRun finish(const Started& started, const RunOptions& options);
 };

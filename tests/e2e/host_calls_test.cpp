@@ -53,8 +53,9 @@ TEST_F(HostCalls, GrandchildHoldingThePipesIsWaitedFor) {
     EXPECT_TRUE(fs::exists(scenario_ / "grandchild.log"));
 }
 
-// Under Wine, SIGTERM ends the hook's process outright, as TerminateProcess would, and SIGINT
-// arrives as Ctrl+C; either way the child and the grandchild it started go with the hook.
+// Under Wine, SIGTERM and SIGKILL end the hook's process outright, as TerminateProcess would,
+// and SIGINT arrives as Ctrl+C; either way the child and the grandchild it started go with the
+// hook.
 TEST_F(HostCalls, StoppedHookLeavesNothingRunning) {
     if (!windows_build()) {
         GTEST_SKIP() << "Windows only: Hardening.SignalEndsTheHookAndEveryProcessItStarted checks "
@@ -62,7 +63,7 @@ TEST_F(HostCalls, StoppedHookLeavesNothingRunning) {
     }
     scenario_file("conversation-log-turn.sleep", "5");
     scenario_file("conversation-log-turn.grandchild", "5");
-    for (int sig : {SIGTERM, SIGINT}) {
+    for (int sig : {SIGTERM, SIGINT, SIGKILL}) {
         SCOPED_TRACE(strsignal(sig));
         for (const char* file :
              {"conversation-log-turn.pids", "conversation-log-turn.woke", "grandchild.log"}) {

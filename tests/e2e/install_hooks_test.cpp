@@ -1,6 +1,9 @@
 // install-hooks: each agent's file written, merged with the user's own, idempotent, undone
 // exactly, and never written when it cannot be read as JSON or lies behind a link.
+#include <signal.h>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <tuple>
@@ -100,6 +103,18 @@ std::vector<Hook> hooks_in(const Json& doc) {
     return out;
 }
 
+// The files and folders below `dir`, one a line, in order.
+std::string tree(const fs::path& dir) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(dir)) {
+        names.push_back(fs::relative(entry.path(), dir).string() + "\n");
+    }
+    std::sort(names.begin(), names.end());
+    std::string out;
+    for (const std::string& name : names) out += name;
+    return out;
+}
+
 class InstallHooks : public HookTest {
   protected:
     // Wine keeps %USERPROFILE% at its prefix's own profile, whatever the environment says, so the
@@ -130,13 +145,19 @@ class InstallHooks : public HookTest {
     }
     fs::path home() const { return windows_build() ? home_ : root_ / "home"; }
 
-    HookRun install(const std::string& agent, std::vector<std::string> extra = {}) {
+    static std::vector<std::string> install_args(const std::string& agent,
+                                                 std::vector<std::string> extra = {}) {
         std::vector<std::string> args = {"install-hooks", "--agent", agent};
         args.insert(args.end(), extra.begin(), extra.end());
-        // This build is the orvane-tamblo on PATH, as for a user who installed it.
-        return run(
-            args,
-            {.env = {{"PATH", fs::path(binary()).parent_path().string() + ":/usr/bin:/bin"}}});
+        return args;
+    }
+    // This build is the orvane-tamblo on PATH, as for a user who installed it.
+    static RunOptions installed(RunOptions options = {}) {
+        options.env["PATH"] = fs::path(binary()).parent_path().string() + ":/usr/bin:/bin";
+        return options;
+    }
+    HookRun install(const std::string& agent, std::vector<std::string> extra = {}) {
+        return run(install_args(agent, std::move(extra)), installed());
     }
     fs::path place(const std::string& file) const {
         return file.starts_with("~/") ? home() / file.substr(2) : repo_ / file;
@@ -193,10 +214,12 @@ TEST_F(InstallHooks, EmptyRepositoryGetsEachAgentsEventsAndServer) {
                   std::string::npos)
             << again.out;
 
+        // The repository as it was: no backup of a file that held only our entries, no folder
+        // made for one, so git status shows nothing.
         const HookRun undo = install(c.agent, {"--uninstall"});
         EXPECT_EQ(undo.status, 0) << undo.err;
-        EXPECT_FALSE(fs::exists(place(c.hooks_file))) << "it held only our entries";
-        EXPECT_FALSE(fs::exists(place(c.mcp_file)));
+        EXPECT_EQ(tree(repo_), "");
+        EXPECT_FALSE(fs::exists(home() / ".codeium"));
     }
 }
 
@@ -237,11 +260,13 @@ TEST_F(InstallHooks, UsersOwnEntriesStayInValueAndOrderAndComeBackExactly) {
         EXPECT_EQ(content(c.hooks_file), merged_text);
         EXPECT_EQ(read_file(place(c.hooks_file + ".bak")), c.user_hooks);
 
+        // Given back byte for byte, the files need their backups no more.
         const HookRun undo = install(c.agent, {"--uninstall"});
         EXPECT_EQ(undo.status, 0) << undo.err;
         EXPECT_EQ(content(c.hooks_file), c.user_hooks);
         EXPECT_EQ(content(c.mcp_file), c.user_mcp);
-        EXPECT_EQ(read_file(place(c.hooks_file + ".bak")), merged_text);
+        EXPECT_FALSE(fs::exists(place(c.hooks_file + ".bak")));
+        EXPECT_FALSE(fs::exists(place(c.mcp_file + ".bak")));
         fs::remove_all(repo_);
         fs::create_directories(repo_);
         clear_home();
@@ -300,6 +325,89 @@ TEST_F(InstallHooks, NoHookRunsTwiceInAgentsThatAlsoRunClaudeCodesHooks) {
                  "install-hooks --agent copilot --uninstall)\n",
                  1);
     EXPECT_FALSE(fs::exists(repo_ / ".claude/settings.json"));
+}
+
+// Configuration holds secrets (an MCP server's token): each file and its backup stay exactly as
+// private as they were, in either scope, and a file marked read-only is refused.
+TEST_F(InstallHooks, FilesKeepTheirPermissionsAndReadOnlyOnesAreRefused) {
+    // Permission bits and owners are POSIX's; Windows keeps access rules in ACLs, which these
+    // tests cannot look at under Wine. Its read-only attribute is checked below.
+    const std::vector<std::string> scopes =
+        windows_build() ? std::vector<std::string>{} : std::vector<std::string>{"project", "user"};
+    for (const std::string& scope : scopes) {
+        for (const fs::perms mode : {fs::perms(0600), fs::perms(0640)}) {
+            SCOPED_TRACE(scope + " " + std::to_string(static_cast<int>(mode)));
+            const std::string hooks =
+                scope == "user" ? "~/.claude/settings.json" : ".claude/settings.json";
+            const std::string mcp = scope == "user" ? "~/.claude.json" : ".mcp.json";
+            put(hooks, R"({"model": "x"})");
+            put(mcp, R"({"mcpServers": {"gh": {"env": {"GITHUB_TOKEN": "secret"}}}})");
+            for (const std::string& file : {hooks, mcp}) {
+                fs::permissions(place(file), mode);
+                if (::geteuid() == 0) {
+                    ASSERT_EQ(::chown(place(file).c_str(), 1234, 1234), 0);
+                }
+            }
+            ASSERT_EQ(install("claude", {"--scope", scope}).status, 0);
+            for (const std::string& file : {hooks, mcp, hooks + ".bak", mcp + ".bak"}) {
+                struct stat st {};
+                ASSERT_EQ(::stat(place(file).c_str(), &st), 0) << file;
+                EXPECT_EQ(st.st_mode & 07777, static_cast<unsigned>(mode)) << file;
+                if (::geteuid() == 0) {
+                    EXPECT_EQ(st.st_uid, 1234u) << file;
+                }
+            }
+            fs::remove_all(repo_);
+            fs::create_directories(repo_);
+            clear_home();
+        }
+    }
+
+    const std::string user_hooks = agent_cases()[0].user_hooks;
+    put(".claude/settings.json", user_hooks);
+    fs::permissions(repo_ / ".claude/settings.json", fs::perms(0444));
+    expect_error(install("claude"),
+                 "orvane-tamblo install-hooks: .claude/settings.json is read-only; it was left as "
+                 "it is\n",
+                 1);
+    EXPECT_EQ(content(".claude/settings.json"), user_hooks);
+    EXPECT_EQ(tree(repo_), ".claude\n.claude/settings.json\n");
+}
+
+// A run killed while it writes leaves a partial copy at most, no more readable than the file it
+// copies, and the next run takes it away.
+TEST_F(InstallHooks, KilledRunLeavesNoReadableCopyAndTheNextRunClearsIt) {
+    const std::string settings = R"({"env": {"API_KEY": ")" + std::string(4000, 'k') + "\"}}";
+    put(".claude/settings.json", settings);
+    fs::permissions(repo_ / ".claude/settings.json", fs::perms(0600));
+    const HookRun killed = run(install_args("claude"), installed({.file_size_limit = 1000}));
+    EXPECT_EQ(killed.signal, SIGXFSZ);
+    ASSERT_NE(tree(repo_ / ".claude"), "settings.json\n") << "the run was not killed mid-write";
+    for (const auto& entry : fs::directory_iterator(repo_ / ".claude")) {
+        if (windows_build()) break;  // no permission bits there
+        EXPECT_EQ(entry.status().permissions() & fs::perms(077), fs::perms::none) << entry.path();
+    }
+    EXPECT_EQ(content(".claude/settings.json"), settings);
+
+    ASSERT_EQ(install("claude").status, 0);
+    EXPECT_EQ(tree(repo_ / ".claude"), "settings.json\nsettings.json.bak\n");
+    EXPECT_EQ(content(".claude/settings.json.bak"), settings);
+}
+
+// Installs take turns: started together, Claude Code's and Cursor's never both put the hooks in,
+// so that Cursor never runs each hook twice.
+TEST_F(InstallHooks, SimultaneousInstallsNeverBothRunTheHooks) {
+    std::vector<std::vector<std::string>> each;
+    for (int i = 0; i < 10; ++i) {
+        each.push_back(install_args("claude"));
+        each.push_back(install_args("cursor"));
+    }
+    for (const HookRun& r : run_together(each, installed())) {
+        EXPECT_TRUE(r.status == 0 || r.err.find("Take those out first") != std::string::npos)
+            << r.status << " " << r.err;
+    }
+    EXPECT_NE(fs::exists(repo_ / ".claude/settings.json"), fs::exists(repo_ / ".cursor/hooks.json"))
+        << tree(repo_);
 }
 
 TEST_F(InstallHooks, LinksInTheRepositoryAreNeverWrittenThrough) {

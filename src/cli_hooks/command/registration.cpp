@@ -39,7 +39,7 @@ HooksCommand::HooksCommand(CLI::App& subparsers, std::span<const HookSpec> hooks
         agents_[i] = hook.agent_default;
         const bool is_inject = hook.name == "inject-context";
         // A repeated option takes its last value, as parsers conventionally do: a parse error
-        // would exit 2, which Claude Code reads as "block this tool call".
+        // would lose the hook's run.
         sub->add_option("--agent", agents_[i], is_inject ? inject_agent_help : agent_help)
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         subcommands_[i] = sub;

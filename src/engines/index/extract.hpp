@@ -27,7 +27,8 @@ struct Definition {
 // A use of a name found in one file.
 struct Reference {
     std::string name;
-    std::string kind;  // call, type, import, inherit, ...
+    // call (also `new X`, a JSX element, a macro invocation), type, import, inherit
+    std::string kind;
     std::uint32_t line = 0;    // from 1
     std::uint32_t column = 0;  // from 1, in characters
     std::int32_t in = -1;      // the innermost enclosing definition (an index), -1 at top level
@@ -59,8 +60,15 @@ class Extractor {
     ExtractStatus extract(Language language, std::string_view source,
                           std::chrono::milliseconds limit, Extraction& out);
 
+    // How long the last call spent parsing and running the queries (for measurements).
+    struct Times {
+        std::chrono::nanoseconds parse{0}, query{0};
+    };
+    const Times& last_times() const { return times_; }
+
   private:
     struct State;
+    Times times_;
     std::unique_ptr<State> state_;
 };
 

@@ -62,6 +62,17 @@ std::optional<std::string> read_plain_file(const std::string& path) {
     return platform::read_regular_file(path);
 }
 
+// Takes away the folders between the file's root (the repository or the home directory) and the
+// file that are empty now, from the deepest up.
+void remove_emptied_directories(const ConfigTarget& target) {
+    const std::string relative = target.repo_root.empty() ? target.shown.substr(2) : target.shown;
+    const std::string base = target.path.substr(0, target.path.size() - relative.size());
+    for (std::size_t slash = relative.rfind('/'); slash != std::string::npos && slash > 0;
+         slash = relative.rfind('/', slash - 1)) {
+        if (!platform::remove_empty_directory(base + relative.substr(0, slash))) return;
+    }
+}
+
 bool is_scaffolding(const Json& doc) {
     if (!doc.is_object()) return false;
     for (const auto& [key, value] : doc.members()) {
@@ -85,6 +96,7 @@ LoadedConfig load_config(const ConfigTarget& target) {
                 if (!bytes) throw ConfigError(target.shown + " vanished while it was read");
                 loaded.exists = true;
                 loaded.bytes = std::move(*bytes);
+                loaded.read_only = platform::is_read_only(target.path);
                 break;
             }
             case platform::PathKind::symlink:
@@ -98,6 +110,7 @@ LoadedConfig load_config(const ConfigTarget& target) {
                 throw ConfigError(target.shown + " is not a regular file" + kLeftAlone);
         }
         if (auto backup = read_plain_file(target.path + ".bak")) {
+            loaded.backup_read_only = platform::is_read_only(target.path + ".bak");
             try {
                 loaded.backup = support::parse_json(*backup);
                 loaded.backup_bytes = std::move(*backup);
@@ -133,19 +146,47 @@ std::optional<Json> peek_config(const ConfigTarget& target) {
 
 Change plan_change(const LoadedConfig& loaded, const Json& updated, bool removing,
                    bool (*has_ours)(const Json&)) {
-    if (updated == loaded.doc) return {};
-    if (!removing) return {Action::write, support::to_pretty_json(updated)};
+    Change change;
+    if (updated == loaded.doc) return change;
     const Json rest = without_empty_parts(updated);
-    if (loaded.backup && !has_ours(*loaded.backup) && rest == without_empty_parts(*loaded.backup)) {
-        return {Action::restore, loaded.backup_bytes};
+    if (!removing) {
+        change = {Action::write, support::to_pretty_json(updated)};
+    } else if (loaded.backup && !has_ours(*loaded.backup) &&
+               rest == without_empty_parts(*loaded.backup)) {
+        change = {Action::restore, loaded.backup_bytes};
+    } else if (is_scaffolding(rest)) {
+        change = {Action::remove, {}};
+    } else {
+        change = {Action::write, support::to_pretty_json(updated)};
     }
-    if (is_scaffolding(rest)) return {Action::remove, {}};
-    return {Action::write, support::to_pretty_json(updated)};
+    // The user's way of saying "leave this alone", which the store honours too, root or not.
+    const std::string& shown = loaded.target.shown;
+    if (loaded.read_only) throw ConfigError(shown + " is read-only" + kLeftAlone);
+    if (change.action == Action::write && loaded.exists && loaded.backup_read_only) {
+        throw ConfigError(shown + ".bak is read-only, so " + shown + " was left as it is");
+    }
+    return change;
 }
 
 void apply_change(const LoadedConfig& loaded, const Change& change) {
     const ConfigTarget& target = loaded.target;
-    if (change.action == Action::none) return;
+    const std::string backup = target.path + ".bak";
+    // What runs killed mid-write left here goes (the writer leaves those of a live run alone).
+    platform::remove_stale_temporaries(target.path);
+    platform::remove_stale_temporaries(backup);
+    switch (change.action) {
+        case Action::none:
+            return;
+        case Action::remove:
+            // It held only our entries: no backup of it is worth keeping, nor the folders we
+            // made for it.
+            platform::delete_file(target.path);
+            remove_emptied_directories(target);
+            return;
+        case Action::write:
+        case Action::restore:
+            break;
+    }
     if (target.repo_root.empty()) {
         platform::create_directories(parent_of(target.path));
     } else {
@@ -157,12 +198,15 @@ void apply_change(const LoadedConfig& loaded, const Change& change) {
             return true;
         });
     }
-    if (loaded.exists) platform::replace_file(target.path + ".bak", loaded.bytes);
-    if (change.action == Action::remove) {
-        platform::delete_file(target.path);
-    } else {
+    if (change.action == Action::restore) {
+        // The user's own bytes are back, so the backup has nothing left to keep.
         platform::replace_file(target.path, change.content);
+        platform::delete_file(backup);
+        return;
     }
+    // The backup holds the same settings as the file, so it gets the file's permissions.
+    if (loaded.exists) platform::replace_file(backup, loaded.bytes, target.path);
+    platform::replace_file(target.path, change.content);
 }
 
 }  // namespace host::install

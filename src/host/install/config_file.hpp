@@ -23,6 +23,8 @@ struct LoadedConfig {
     support::Json doc = support::Json::object();  // {} when the file is missing
     std::optional<support::Json> backup;          // <file>.bak, when it is there and parses
     std::string backup_bytes;
+    bool read_only = false;         // the file is marked read-only
+    bool backup_read_only = false;  // so is <file>.bak
 };
 
 // Reads and parses the file. Throws ConfigError with one line for people ("<file> is not valid
@@ -42,12 +44,16 @@ struct Change {
 
 // What to do with `loaded` so that it holds `updated`. Taking our entries out (`removing`) gives
 // the user's own bytes back when the result equals what <file>.bak held before we were there,
-// and removes the file when nothing but our scaffolding would be left.
+// and removes the file when nothing but our scaffolding would be left. Throws ConfigError when
+// the change would write a file the user marked read-only.
 Change plan_change(const LoadedConfig& loaded, const support::Json& updated, bool removing,
                    bool (*has_ours)(const support::Json&));
 
-// Carries the change out: the previous file is kept as <file>.bak first, then the new content
-// replaces the file atomically, without following a link. Throws on failure.
+// Carries the change out: the previous file is kept as <file>.bak first (as private as the file
+// itself), then the new content replaces the file atomically, without following a link and
+// keeping its permissions. Giving the user's file back removes the backup, and removing a file
+// removes the folders that held nothing else. Temporary files that killed runs left beside the
+// file go too. Throws on failure.
 void apply_change(const LoadedConfig& loaded, const Change& change);
 
 }  // namespace host::install

@@ -1,5 +1,7 @@
 #include "host/install/install.hpp"
 
+#include <chrono>
+#include <optional>
 #include <vector>
 
 #include "host/install/agents.hpp"
@@ -7,12 +9,14 @@
 #include "host/install/hook_config.hpp"
 #include "platform/env.hpp"
 #include "platform/file_info.hpp"
+#include "platform/file_lock.hpp"
 #include "platform/fs.hpp"
 #include "platform/home.hpp"
 #include "platform/io.hpp"
 #include "platform/path.hpp"
 #include "platform/process.hpp"
 #include "platform/shell.hpp"
+#include "platform/user_dirs.hpp"
 
 namespace host::install {
 
@@ -114,8 +118,7 @@ std::string report_line(const Step& step) {
             return shown + ": " + step.what +
                    (step.loaded.exists ? " (the previous file is kept as " + shown + ".bak)" : "");
         case Action::restore:
-            return shown + ": " + step.what + "; the file is back as it was before (" + shown +
-                   ".bak keeps the one with them)";
+            return shown + ": " + step.what + "; the file is back as it was before";
         case Action::remove:
             return shown + ": " + step.what + "; removed the file, which held nothing else";
     }
@@ -219,6 +222,29 @@ std::vector<Step> plan(const InstallOptions& options, const AgentSpec& agent, co
     return steps;
 }
 
+// Installs take turns, whatever their repository and scope: the check that no hook runs twice
+// reads what another agent's install writes, and a project install writes the user's files too
+// (Windsurf's MCP servers). The lock file lives in the user's state directory, never in the
+// repository, and the system lets go of it even when a run is killed.
+void take_turns(std::optional<platform::FileLock>& lock) {
+    constexpr auto kPatience = std::chrono::seconds(30);
+    std::string path;
+    try {
+        const std::string dir =
+            platform::join_path(platform::user_state_directory(), "orvane-tamblo");
+        platform::create_directories(dir);
+        path = platform::join_path(dir, "install.lock");
+        lock.emplace(path);
+        if (lock->lock(kPatience)) return;
+    } catch (const std::exception& e) {
+        throw ConfigError(std::string("cannot wait for other installs to finish: ") + e.what() +
+                          "; nothing was written");
+    }
+    throw ConfigError("another install-hooks has been running for " +
+                      std::to_string(kPatience.count()) + " s (it holds " + path +
+                      "); nothing was written");
+}
+
 }  // namespace
 
 int cmd_install_hooks(const InstallOptions& options) {
@@ -230,6 +256,8 @@ int cmd_install_hooks(const InstallOptions& options) {
     try {
         Places places{platform::current_directory(), platform::home_directory(),
                       options.scope == "user"};
+        std::optional<platform::FileLock> lock;
+        if (!options.dry_run) take_turns(lock);
         std::vector<std::string> notes;
         std::vector<Step> steps = plan(options, *agent, places, notes);
 

@@ -45,6 +45,10 @@ bool make_directory(const std::string& path) {
     throw OsError("cannot create directory " + path, errno);
 }
 
+bool remove_empty_directory(const std::string& path) noexcept {
+    return ::rmdir(path.c_str()) == 0;  // refuses a link and a directory that is not empty
+}
+
 bool create_file_no_replace(const std::string& path, std::string_view content) {
     struct stat st {};
     if (::lstat(path.c_str(), &st) == 0) return false;

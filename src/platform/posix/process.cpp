@@ -2,8 +2,9 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -171,76 +172,106 @@ class Child {
     }
 
   private:
-    // Executes `program` with `out` and `err` as its standard output and error.
+    // What the executed child needs from this process, whose memory it shares until the exec.
+    struct ExecStart {
+        pid_t parent;
+        int out, err;
+        const char* program;
+        char** argv;
+        int error;  // the exec's errno when it failed
+    };
+
+    // Executes `program` with `out` and `err` as its standard output and error. The child shares
+    // this process's memory until the exec, as posix_spawn starts one, so that this large program
+    // is not copied, page table and all, for a child that keeps none of it.
     static pid_t spawn(const std::vector<std::string>& argv, const std::string& program,
                        std::vector<char*>& args, int out, int err) {
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
-
-        posix_spawnattr_t attr;
-        posix_spawnattr_init(&attr);
-        // Its own process group, so that the deadline can take grandchildren down with it; the
-        // default SIGPIPE back, which this process ignores; and no signal blocked, as it is here
-        // while it starts.
-        sigset_t defaults, empty;
-        sigemptyset(&defaults);
-        sigaddset(&defaults, SIGPIPE);
-        sigemptyset(&empty);
-        posix_spawnattr_setsigdefault(&attr, &defaults);
-        posix_spawnattr_setsigmask(&attr, &empty);
-        posix_spawnattr_setpgroup(&attr, 0);
-        posix_spawnattr_setflags(
-            &attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-
-        pid_t pid = -1;
-        const int rc = posix_spawn(&pid, program.c_str(), &actions, &attr, args.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attr);
-        if (rc != 0) fail_start(argv, rc);
+        ExecStart start{::getpid(), out, err, program.c_str(), args.data(), 0};
+        alignas(16) char stack[64 * 1024];
+        // No handler of ours may run in the child while it borrows our memory.
+        sigset_t all, saved;
+        sigfillset(&all);
+        ::sigprocmask(SIG_SETMASK, &all, &saved);
+        const pid_t pid =
+            ::clone(exec_child, stack + sizeof stack, CLONE_VM | CLONE_VFORK | SIGCHLD, &start);
+        const int error = pid < 0 ? errno : start.error;
+        ::sigprocmask(SIG_SETMASK, &saved, nullptr);
+        if (pid < 0) fail_start(argv, error);
+        if (error != 0) {
+            while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+            }
+            fail_start(argv, error);
+        }
+        ::setpgid(pid, pid);  // as the child does: whichever runs first, the kill finds it
         return pid;
+    }
+
+    // The executed child, on its own stack in our memory: it writes nothing of ours but `error`.
+    static int exec_child(void* arg) {
+        ExecStart& start = *static_cast<ExecStart*>(arg);
+        become_child(start.parent, start.out, start.err);
+        unblock_all_signals();
+        ::execve(start.program, start.argv, environ);
+        start.error = errno;
+        ::_exit(127);
     }
 
     // Forks a child that enters this program at `entry` (see enter()).
     static pid_t fork_entered(const std::vector<std::string>& argv, ProgramEntry entry,
                               std::vector<char*>& args, int out, int err) {
+        const pid_t parent = ::getpid();
         const pid_t pid = ::fork();
         if (pid < 0) fail_start(argv, errno);
-        if (pid == 0) enter(entry, static_cast<int>(argv.size()), args.data(), out, err);
+        if (pid == 0) enter(entry, parent, static_cast<int>(argv.size()), args.data(), out, err);
         ::setpgid(pid, pid);  // as the child does: whichever runs first, the kill finds it
         return pid;
     }
 
+    // The child's side of either start: a process group of its own (so that the deadline can
+    // take grandchildren down with it), the pipes as its output, and the signal handling a
+    // started program has. Only async-signal-safe calls until the exec.
+    static void become_child(pid_t parent, int out, int err) {
+        ::setpgid(0, 0);
+        // An agent kills a hook that outlasts its own limit, with SIGKILL as often as not, which
+        // no handler sees: the child goes with it. The hook may have died before this call.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::getppid() != parent) ::_exit(127);
+        if (::dup2(out, STDOUT_FILENO) < 0 || ::dup2(err, STDERR_FILENO) < 0) ::_exit(127);
+        // SIGPIPE gets back the default this process gave up; handlers of ours go as an exec
+        // would take them.
+        struct sigaction fallback {};
+        fallback.sa_handler = SIG_DFL;
+        sigemptyset(&fallback.sa_mask);
+        for (int sig : kTerminationSignals) {
+            struct sigaction current {};
+            if (::sigaction(sig, nullptr, &current) == 0 && current.sa_handler == end_with_child) {
+                ::sigaction(sig, &fallback, nullptr);
+            }
+        }
+        ::sigaction(SIGPIPE, &fallback, nullptr);
+    }
+
+    // The signals blocked for the start, unblocked as the child begins its own work.
+    static void unblock_all_signals() {
+        sigset_t empty;
+        sigemptyset(&empty);
+        ::sigprocmask(SIG_SETMASK, &empty, nullptr);
+    }
+
     // The forked child: set up as a started program would be, run, exit. Nothing here may return
     // or throw into the caller's frames, which belong to the parent's run.
-    [[noreturn]] static void enter(ProgramEntry entry, int argc, char** argv, int out, int err) {
+    [[noreturn]] static void enter(ProgramEntry entry, pid_t parent, int argc, char** argv, int out,
+                                   int err) {
         int code = 127;
         try {
-            ::setpgid(0, 0);
-            if (::dup2(out, STDOUT_FILENO) < 0 || ::dup2(err, STDERR_FILENO) < 0) ::_exit(code);
+            become_child(parent, out, err);
+            running_child = 0;
             // None of the parent's other descriptors: the pipes' ends above all, which would
             // keep the parent from seeing the end of the output while a grandchild lives on.
             if (::close_range(STDERR_FILENO + 1, ~0U, 0) != 0) {
                 for (int fd = STDERR_FILENO + 1; fd < 1024; ++fd) ::close(fd);
             }
-            // Handlers become the default at exec, and SIGPIPE is given back its default; the
-            // signals blocked for the start are unblocked.
-            struct sigaction fallback {};
-            fallback.sa_handler = SIG_DFL;
-            sigemptyset(&fallback.sa_mask);
-            for (int sig : kTerminationSignals) {
-                struct sigaction current {};
-                if (::sigaction(sig, nullptr, &current) == 0 &&
-                    current.sa_handler == end_with_child) {
-                    ::sigaction(sig, &fallback, nullptr);
-                }
-            }
-            ::sigaction(SIGPIPE, &fallback, nullptr);
-            running_child = 0;
-            sigset_t empty;
-            sigemptyset(&empty);
-            ::sigprocmask(SIG_SETMASK, &empty, nullptr);
+            unblock_all_signals();
             code = entry(argc, argv);
         } catch (...) {
             code = 70;

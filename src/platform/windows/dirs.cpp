@@ -54,6 +54,17 @@ bool make_directory(const std::string& path) {
     throw OsError("cannot create directory " + path, static_cast<int>(error));
 }
 
+bool remove_empty_directory(const std::string& path) noexcept {
+    const std::wstring wide = windows::wide_path(path);
+    // RemoveDirectoryW would take a junction or a directory link away, not look inside it.
+    const DWORD attributes = GetFileAttributesW(wide.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY) ||
+        (attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
+        return false;
+    }
+    return RemoveDirectoryW(wide.c_str()) != 0;
+}
+
 bool create_file_no_replace(const std::string& path, std::string_view content) {
     // Anything there counts, a link whose target is missing included.
     if (GetFileAttributesW(windows::wide_path(path).c_str()) != INVALID_FILE_ATTRIBUTES) {
