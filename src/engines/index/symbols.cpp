@@ -171,8 +171,30 @@ std::vector<std::vector<std::string>> imports_of(Database& db, std::string_view 
     return imports;
 }
 
+// Whether the file is a test, an example, a fixture or someone else's code kept in the tree:
+// the definition a person means is seldom there when another one exists.
+bool is_aside(std::string_view path) {
+    static constexpr std::string_view kDirectories[] = {
+        "test", "tests", "testdata", "testing", "__tests__", "spec", "specs", "example",
+        "examples", "fixtures", "vendor", "third_party", "node_modules", "benchmark", "benchmarks"};
+    const auto parts = path_parts(path);
+    for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+        for (const auto dir : kDirectories) {
+            if (parts[i] == dir) return true;
+        }
+    }
+    if (parts.empty()) return false;
+    const std::string_view file = parts.back();
+    const std::string_view stem = stem_of(file);
+    return stem.starts_with("test_") || stem.ends_with("_test") || stem.ends_with("_tests") ||
+           file.find(".test.") != std::string_view::npos ||
+           file.find(".spec.") != std::string_view::npos || stem.ends_with("Test") ||
+           stem.ends_with("Tests");
+}
+
 // Orders candidates by closeness to `near`: the same file, then files it imports, then by path
-// distance; then functions and types before details; otherwise as they came (a stable sort).
+// distance; then code before tests and examples, functions and types before details, shallower
+// paths first; otherwise as they came (a stable sort).
 template <typename T, typename PathOf, typename KindOf>
 void rank_near(Database& db, std::vector<T>& items, const std::optional<std::string>& near,
                PathOf path_of, KindOf kind_of) {
@@ -181,12 +203,15 @@ void rank_near(Database& db, std::vector<T>& items, const std::optional<std::str
     struct Key {
         int place;
         std::size_t distance;
+        int aside;
         int detail;
+        std::size_t depth;
     };
     std::unordered_map<const T*, Key> keys;
     for (const T& item : items) {
         const std::string& path = path_of(item);
-        Key key{2, 0, is_primary(kind_of(item)) ? 0 : 1};
+        Key key{2, 0, is_aside(path) ? 1 : 0, is_primary(kind_of(item)) ? 0 : 1,
+                static_cast<std::size_t>(std::count(path.begin(), path.end(), '/'))};
         if (near) {
             key.place = path == *near ? 0 : imported_by(path, imports) ? 1 : 2;
             key.distance = path_distance(path, *near);
@@ -199,7 +224,9 @@ void rank_near(Database& db, std::vector<T>& items, const std::optional<std::str
     std::stable_sort(keyed.begin(), keyed.end(), [&](const auto& a, const auto& b) {
         if (a.first.place != b.first.place) return a.first.place < b.first.place;
         if (a.first.distance != b.first.distance) return a.first.distance < b.first.distance;
-        return a.first.detail < b.first.detail;
+        if (a.first.aside != b.first.aside) return a.first.aside < b.first.aside;
+        if (a.first.detail != b.first.detail) return a.first.detail < b.first.detail;
+        return a.first.depth < b.first.depth;
     });
     items.clear();
     for (auto& [key, item] : keyed) items.push_back(std::move(item));
@@ -431,10 +458,8 @@ Hits<ReferenceHit> find_references(Database& db, const std::string& qualified,
         if (a.first.line != b.first.line) return a.first.line < b.first.line;
         return a.first.column < b.first.column;
     });
-    if (near) {
-        rank_near(db, paired, near, [](const auto& p) -> const std::string& { return p.first.path; },
-                  [](const auto&) { return DefinitionKind::function; });
-    }
+    rank_near(db, paired, near, [](const auto& p) -> const std::string& { return p.first.path; },
+              [](const auto&) { return DefinitionKind::function; });
     hits.truncated = paired.size() > limit;
     if (hits.truncated) paired.resize(limit);
     for (const auto& [hit, in] : paired) {
@@ -491,8 +516,10 @@ Hits<CallerHit> find_callers(Database& db, const std::string& qualified,
         }
         found.push_back(std::move(hit));
     }
-    // Most calls first; with `near`, closeness comes before that.
+    // Most calls first, tests and examples after the code; with `near`, closeness comes first.
     std::stable_sort(found.begin(), found.end(), [](const CallerHit& a, const CallerHit& b) {
+        const bool aa = is_aside(a.path), ab = is_aside(b.path);
+        if (aa != ab) return ab;
         if (a.calls != b.calls) return a.calls > b.calls;
         if (a.path != b.path) return a.path < b.path;
         return a.line < b.line;
