@@ -208,7 +208,7 @@ std::vector<HookTest::Started> HookTest::start(int count, const std::vector<std:
     std::vector<std::string> env_strings;
     for (const auto& [name, value] : env) env_strings.push_back(name + "=" + value);
 
-    std::vector<std::string> argv_strings = {binary()};
+    std::vector<std::string> argv_strings = {options.program.empty() ? binary() : options.program};
     if (!launcher().empty()) argv_strings.insert(argv_strings.begin(), launcher());
     argv_strings.insert(argv_strings.end(), args.begin(), args.end());
 

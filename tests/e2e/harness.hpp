@@ -41,6 +41,7 @@ struct RunOptions {
     std::optional<SignalAt> signal{};
     int limit_seconds = 60;  // then the hook is killed and the test fails
     bool real_host = false;  // the build, not the fake host, first on PATH
+    std::string program{};   // another program of the build to run instead, by path
 };
 
 // The program under test is ORVANE_TEST_BINARY (default: this build's), started through
