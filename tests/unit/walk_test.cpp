@@ -88,6 +88,8 @@ class RepoWalk : public ::testing::Test {
         fs::create_directory_symlink("../outside", repo_ / "link_out");
         fs::create_symlink("a.c", repo_ / "link_file");
         fs::create_symlink("missing", repo_ / "dangling");
+        put(root_ / "outside/rules", "*\n");  // a linked .gitignore is not read
+        fs::create_symlink("../../outside/rules", repo_ / "docs/.gitignore");
         ASSERT_EQ(std::system(("git init -q " + (repo_ / "nested").string()).c_str()), 0);
         fs::permissions(repo_ / "locked", fs::perms::none);
     }
