@@ -219,7 +219,7 @@ std::vector<HookTest::Started> HookTest::start(const std::vector<std::vector<std
     for (const auto& args : each) {
         std::vector<std::string>& strings = argv_strings.emplace_back();
         if (!launcher().empty()) strings.push_back(launcher());
-        strings.push_back(binary());
+        strings.push_back(options.program.empty() ? binary() : options.program);
         strings.insert(strings.end(), args.begin(), args.end());
     }
 

@@ -42,6 +42,7 @@ struct RunOptions {
     int limit_seconds = 60;    // then the hook is killed and the test fails
     long file_size_limit = 0;  // bytes; a write past them kills the run (SIGXFSZ), as mid-write
     bool real_host = false;    // the build, not the fake host, first on PATH
+    std::string program{};     // another program of the build to run instead, by path
 };
 
 // The program under test is ORVANE_TEST_BINARY (default: this build's), started through
