@@ -275,6 +275,8 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
         throw IndexError(std::string(kIndexDisplayPath) + ": the file is read-only");
     }
 
+    // Declared before the connection, so that it is removed after the connection has closed.
+    TemporaryFile temporary;
     std::optional<Database> db;
     if (location.exists) {
         // Ours or not, it is inspected before anything is written: what is not ours stays as it is.
@@ -287,7 +289,6 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
         }
         if (state == schema::State::current && !options.rebuild) db = std::move(existing);
     }
-    TemporaryFile temporary;
     if (!db) {
         summary.built = true;
         temporary.path = temporary_name(location.db_path);
@@ -307,7 +308,8 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
 
     std::unordered_map<std::string, KnownFile> known;
     if (!summary.built) known = known_files(*db);
-    IndexWriter writer(*db);
+    // Its statements must be gone before the connection closes (below, for a new index).
+    std::optional<IndexWriter> writer(std::in_place, *db);
     std::vector<Job> jobs;
     {
         Transaction transaction(*db, true);
@@ -333,13 +335,13 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
                 row.mtime_ns =
                     started_ns - file.mtime_ns < kRacyWindowNs ? -1 : file.mtime_ns;
                 row.state = language ? FileState::large : FileState::unsupported;
-                writer.put_file(row, nullptr);
+                writer->put_file(row, nullptr);
                 continue;
             }
             jobs.push_back({std::move(file), language, was});
         }
         for (const auto& [path, gone] : known) {
-            writer.remove_file(gone.id);
+            writer->remove_file(gone.id);
             ++summary.removed;
         }
         transaction.commit();
@@ -347,7 +349,8 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
     files.clear();
     files.shrink_to_fit();
 
-    parse_and_write(location.root, jobs, *db, writer, options, summary);
+    parse_and_write(location.root, jobs, *db, *writer, options, summary);
+    writer.reset();
     {
         Transaction transaction(*db, true);
         db->prepare(
