@@ -26,11 +26,9 @@ constexpr std::array kObjects = {
            "CREATE TABLE files(id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, "
            "language INTEGER, size INTEGER NOT NULL, mtime INTEGER NOT NULL, "
            "hash INTEGER NOT NULL, lines INTEGER NOT NULL, state INTEGER NOT NULL, names BLOB)"},
-    // Every name once; `folded` is its lower-case form, for lookups that ignore case.
-    Object{"names",
-           "CREATE TABLE names(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, "
-           "folded TEXT NOT NULL)"},
-    Object{"names_by_folded", "CREATE INDEX names_by_folded ON names(folded)"},
+    // Every name once, and again in ASCII case-insensitive order for lookups that ignore case.
+    Object{"names", "CREATE TABLE names(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE)"},
+    Object{"names_nocase", "CREATE INDEX names_nocase ON names(name COLLATE NOCASE)"},
     // The words of each name (getUser: get, user), for searches by camel and snake case words.
     Object{"name_words",
            "CREATE TABLE name_words(word TEXT NOT NULL, name_id INTEGER NOT NULL, "

@@ -310,16 +310,17 @@ Hits<SymbolHit> search_symbols(Database& db, const SearchQuery& q) {
     const std::string folded = fold_case(q.query);
     if (auto id = name_id(db, q.query)) take({*id});
     if (found.size() < wanted) {
-        Statement same = db.prepare("SELECT id FROM names WHERE folded=?1 LIMIT ?2");
+        Statement same = db.prepare("SELECT id FROM names WHERE name=?1 COLLATE NOCASE LIMIT ?2");
         same.bind(1, folded).bind(2, kNamesPerTier);
         take(ids_of(same));
     }
     if (found.size() < wanted) {
         const std::string end = prefix_end(folded);
         Statement prefix = db.prepare(
-            end.empty() ? "SELECT id FROM names WHERE folded>=?1 ORDER BY length(name) LIMIT ?2"
-                        : "SELECT id FROM (SELECT id, name FROM names WHERE folded>=?1 AND "
-                          "folded<?3 LIMIT 5000) ORDER BY length(name) LIMIT ?2");
+            end.empty()
+                ? "SELECT id FROM names WHERE name>=?1 COLLATE NOCASE ORDER BY length(name) LIMIT ?2"
+                : "SELECT id FROM (SELECT id, name FROM names WHERE name>=?1 COLLATE NOCASE AND "
+                  "name<?3 COLLATE NOCASE LIMIT 5000) ORDER BY length(name) LIMIT ?2");
         prefix.bind(1, folded).bind(2, kNamesPerTier);
         if (!end.empty()) prefix.bind(3, end);
         take(ids_of(prefix));
@@ -343,7 +344,7 @@ Hits<SymbolHit> search_symbols(Database& db, const SearchQuery& q) {
     }
     if (found.size() < wanted) {
         Statement substring = db.prepare(
-            "SELECT id FROM names WHERE instr(folded, ?1) > 0 ORDER BY length(name) LIMIT ?2");
+            "SELECT id FROM names WHERE instr(lower(name), ?1) > 0 ORDER BY length(name) LIMIT ?2");
         substring.bind(1, folded).bind(2, kNamesPerTier);
         take(ids_of(substring));
     }
@@ -480,57 +481,54 @@ Hits<CallerHit> find_callers(Database& db, const std::string& qualified,
     std::optional<std::int64_t> id = name_id(db, qualified);
     if (!id) id = name_id(db, split_qualified(qualified).first);
     if (!id) return hits;
+    // Grouped and joined to the file's path in SQL; only the callers kept are looked up whole, so
+    // a name called from thousands of places costs one pass over its calls.
     Statement groups = db.prepare(
-        "SELECT file_id, in_def, count(*), min(line) FROM refs WHERE name_id=?1 AND kind=?2 "
-        "GROUP BY file_id, in_def");
+        "SELECT g.in_def, g.calls, g.first_line, f.path FROM (SELECT file_id, in_def, "
+        "count(*) AS calls, min(line) AS first_line FROM refs WHERE name_id=?1 AND kind=?2 "
+        "GROUP BY file_id, in_def) AS g JOIN files AS f ON f.id = g.file_id");
     groups.bind(1, *id).bind(2, static_cast<std::int64_t>(ReferenceKind::call));
     struct Group {
-        std::int64_t file_id;
-        std::optional<std::int64_t> def;
-        std::int64_t calls, first_line;
-    };
-    std::vector<Group> rows;
-    std::set<std::int64_t> files;
-    while (groups.step()) {
-        Group g{groups.integer(0), std::nullopt, groups.integer(2), groups.integer(3)};
-        if (!groups.is_null(1)) g.def = groups.integer(1);
-        files.insert(g.file_id);
-        rows.push_back(g);
-    }
-    const auto paths = file_paths(db, files);
-    Statement def = db.prepare(std::string(kDefColumns) + "WHERE d.id=?1");
-    std::vector<CallerHit> found;
-    for (const Group& g : rows) {
         CallerHit hit;
-        hit.path = paths.count(g.file_id) ? paths.at(g.file_id) : "";
-        hit.calls = g.calls;
-        hit.line = g.first_line;
+        std::optional<std::int64_t> def;
+        bool aside = false;
+    };
+    std::vector<Group> found;
+    while (groups.step()) {
+        Group g;
+        if (!groups.is_null(0)) g.def = groups.integer(0);
+        g.hit.calls = groups.integer(1);
+        g.hit.line = groups.integer(2);
+        g.hit.path = groups.text(3);
+        g.aside = is_aside(g.hit.path);
+        found.push_back(std::move(g));
+    }
+    // Most calls first, tests and examples after the code; with `near`, closeness comes first.
+    std::stable_sort(found.begin(), found.end(), [](const Group& a, const Group& b) {
+        if (a.aside != b.aside) return b.aside;
+        if (a.hit.calls != b.hit.calls) return a.hit.calls > b.hit.calls;
+        if (a.hit.path != b.hit.path) return a.hit.path < b.hit.path;
+        return a.hit.line < b.hit.line;
+    });
+    if (near) {
+        rank_near(db, found, near, [](const Group& g) -> const std::string& { return g.hit.path; },
+                  [](const Group&) { return DefinitionKind::function; });
+    }
+    hits.truncated = found.size() > limit;
+    if (hits.truncated) found.resize(limit);
+    Statement def = db.prepare(std::string(kDefColumns) + "WHERE d.id=?1");
+    for (Group& g : found) {
         if (g.def) {
             def.bind(1, *g.def);
             if (def.step()) {
                 Candidate c = read_candidate(def);
-                hit.line = c.hit.line;
-                hit.caller = std::move(c.hit);
+                g.hit.line = c.hit.line;
+                g.hit.caller = std::move(c.hit);
             }
             def.reset();
         }
-        found.push_back(std::move(hit));
+        hits.results.push_back(std::move(g.hit));
     }
-    // Most calls first, tests and examples after the code; with `near`, closeness comes first.
-    std::stable_sort(found.begin(), found.end(), [](const CallerHit& a, const CallerHit& b) {
-        const bool aa = is_aside(a.path), ab = is_aside(b.path);
-        if (aa != ab) return ab;
-        if (a.calls != b.calls) return a.calls > b.calls;
-        if (a.path != b.path) return a.path < b.path;
-        return a.line < b.line;
-    });
-    if (near) {
-        rank_near(db, found, near, [](const CallerHit& c) -> const std::string& { return c.path; },
-                  [](const CallerHit&) { return DefinitionKind::function; });
-    }
-    hits.truncated = found.size() > limit;
-    if (hits.truncated) found.resize(limit);
-    hits.results = std::move(found);
     return hits;
 }
 

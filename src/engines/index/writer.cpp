@@ -71,7 +71,7 @@ IndexWriter::IndexWriter(Database& db)
       select_file_(db.prepare("SELECT id FROM files WHERE path=?1")),
       delete_file_(db.prepare("DELETE FROM files WHERE id=?1")),
       select_name_(db.prepare("SELECT id FROM names WHERE name=?1")),
-      insert_name_(db.prepare("INSERT INTO names(name, folded) VALUES(?1, ?2) RETURNING id")),
+      insert_name_(db.prepare("INSERT INTO names(name) VALUES(?1) RETURNING id")),
       insert_word_(db.prepare("INSERT OR IGNORE INTO name_words(word, name_id) VALUES(?1, ?2)")),
       insert_def_(db.prepare(
           "INSERT INTO defs(file_id, name_id, kind, line, end_line, parent, scope, signature) "
@@ -90,7 +90,7 @@ std::int64_t IndexWriter::name_id(const std::string& name) {
     if (select_name_.step()) {
         id = select_name_.integer(0);
     } else {
-        insert_name_.bind(1, name).bind(2, fold_case(name));
+        insert_name_.bind(1, name);
         if (!insert_name_.step()) db_.fail();
         id = insert_name_.integer(0);
         insert_name_.reset();
