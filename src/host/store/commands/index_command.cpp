@@ -98,12 +98,19 @@ constexpr FileState kSkipped[] = {FileState::large,     FileState::binary, FileS
 
 std::string summary_line(const code_index::IndexSummary& s) {
     const auto files = [&](FileState state) { return s.files[static_cast<std::size_t>(state)]; };
-    std::string line = (s.built ? "Indexed " : "Index up to date: ") +
-                       plural(files(FileState::indexed), "file", "files") + " (" +
-                       grouped(s.parsed) + " parsed, " + grouped(s.unchanged) + " unchanged, " +
-                       grouped(s.removed) + " removed), " +
-                       plural(s.definitions, "definition", "definitions") + ", " +
-                       plural(s.references, "reference", "references");
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.1f", s.seconds);
+    std::string line = s.built ? "Indexed " + plural(files(FileState::indexed), "source file",
+                                                      "source files") +
+                                     " in " + seconds + " s: "
+                               : "Refreshed the index in " + std::string(seconds) + " s (" +
+                                     grouped(s.parsed) + " parsed, " + grouped(s.removed) +
+                                     " removed, " + grouped(s.unchanged) + " unchanged): " +
+                                     plural(files(FileState::indexed), "source file",
+                                            "source files") +
+                                     ", ";
+    line += plural(s.definitions, "definition", "definitions") + ", " +
+            plural(s.references, "reference", "references");
     std::string skipped;
     std::int64_t total_skipped = 0;
     for (const FileState state : kSkipped) {
@@ -113,9 +120,7 @@ std::string summary_line(const code_index::IndexSummary& s) {
                    std::string(code_index::state_name(state));
     }
     if (total_skipped > 0) line += "; skipped " + grouped(total_skipped) + " (" + skipped + ")";
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "%.1f", s.seconds);
-    return line + "; " + seconds + " s\n";
+    return line + ".\n";
 }
 
 std::string summary_json(const code_index::IndexSummary& s) {
