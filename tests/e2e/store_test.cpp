@@ -2,6 +2,8 @@
 // hooks start is this program answering from memory/codebase-index/orvane.db.
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "harness.hpp"
 
@@ -221,17 +223,18 @@ TEST_F(Store, ConcurrentTurnsAreAllRecorded) {
         << list.out << debug_log() << host_log();
 }
 
-// A corrupt, foreign, newer or read-only database: clear errors from the commands, the hooks carry
-// on as with the service down, and the file is never rewritten.
+// A corrupt, foreign, newer or read-only database, or one a writer left mid-transaction: clear
+// errors from the commands, the hooks carry on as with the service down, and nothing is rewritten.
 TEST_F(Store, CorruptAndReadOnlyDatabasesAreLeftAlone) {
     const auto make_db = [&](const std::string& statement) {
         fs::create_directories(db().parent_path());
         sql(statement);
     };
+    const std::string file = "memory/codebase-index/orvane.db: ";
     struct Case {
         std::string name;
         std::function<void()> arrange;
-        std::string error;  // after "<command>: error: memory/codebase-index/orvane.db: "
+        std::string error;  // after "<command>: error: "
         bool readable;
     };
     const std::vector<Case> cases = {
@@ -240,45 +243,62 @@ TEST_F(Store, CorruptAndReadOnlyDatabasesAreLeftAlone) {
              make_db("");
              write_file(db(), std::string(4096, 'x'));
          },
-         "file is not a database", false},
+         file + "file is not a database", false},
         {"read-only",
          [&] {
              host({"query", "understand", "--action=store", "--target=src/app/users.py"});
              fs::permissions(
                  db(), fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
          },
-         "the file is read-only", true},
+         file + "the file is read-only", true},
         // Another program's database, or one a newer version wrote.
         {"foreign table", [&] { make_db("CREATE TABLE t(a)"); },
-         "holds an unexpected schema object 't'; it is left as it is", false},
+         file + "holds an unexpected schema object 't'; it is left as it is", false},
         {"foreign application", [&] { make_db("PRAGMA application_id=1"); },
-         "is not an orvane-tamblo store; it is left as it is", false},
+         file + "is not an orvane-tamblo store; it is left as it is", false},
         {"newer schema",
-         [&] { make_db("PRAGMA application_id=1332901460; PRAGMA user_version=2"); },
-         "was written by a newer orvane-tamblo (schema version 2); it is left as it is", false},
+         [&] { make_db("PRAGMA application_id=1332901460; PRAGMA user_version=9"); },
+         file + "was written by a newer orvane-tamblo (schema version 9); it is left as it is",
+         false},
+        // A clone of a store whose writer died in the middle of a rollback-journal transaction:
+        // SQLite would play the journal back into the file.
+        {"hot journal",
+         [&] {
+             host({"query", "understand", "--action=store", "--target=src/app/users.py"});
+             if (::fork() == 0) {
+                 sqlite3* handle = nullptr;
+                 sqlite3_open(db().c_str(), &handle);
+                 sqlite3_exec(handle, "PRAGMA journal_mode=DELETE; BEGIN; DELETE FROM understandings",
+                              nullptr, nullptr, nullptr);
+                 _exit(0);
+             }
+             ::wait(nullptr);
+             ASSERT_TRUE(fs::exists(db().string() + "-journal"));
+         },
+         "refusing the store: memory/codebase-index/orvane.db-journal is a rollback journal left "
+         "by another program; it and the database are left as they are",
+         false},
     };
     const std::vector<std::pair<std::string, Args>> writes = {
         {"conversation log-turn", {"conversation", "log-turn", "--type", "user", "--prompt", "x"}},
         {"conversation finalize", {"conversation", "finalize", "--status=completed"}},
         {"query understand", {"query", "understand", "--action=store", "--target=a"}},
     };
-    const std::string file = "memory/codebase-index/orvane.db: ";
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         fs::remove_all(repo_ / "memory");
         c.arrange();
         const std::string before = read_file(db());
+        const std::string journal = read_file(db().string() + "-journal");
         for (const auto& [command, args] : writes) {
-            expect_error(host(args),
-                         "orvane-tamblo " + command + ": error: " + file + c.error + "\n", 1);
+            expect_error(host(args), "orvane-tamblo " + command + ": error: " + c.error + "\n", 1);
         }
         const HookRun recall =
             host({"query", "understand", "--action=recall", "--target=src/app/users.py"});
         if (c.readable) {
             EXPECT_EQ(recall.out.substr(0, 30), R"({"found": true, "fresh": true,)");
         } else {
-            expect_error(recall, "orvane-tamblo query understand: error: " + file + c.error + "\n",
-                         1);
+            expect_error(recall, "orvane-tamblo query understand: error: " + c.error + "\n", 1);
         }
         expect_clean(real_hook("log-conversation", R"({"session_id": "s1", "prompt": "hi"})",
                                {"--type", "user"}),
@@ -289,6 +309,7 @@ TEST_F(Store, CorruptAndReadOnlyDatabasesAreLeftAlone) {
         EXPECT_EQ(start.out.ends_with(std::string(kWarning) + "\n"), !c.readable) << start.out;
         EXPECT_EQ(real_hook("check-cache", tool_input("Read")).out.empty(), !c.readable);
         EXPECT_EQ(read_file(db()), before);
+        EXPECT_EQ(read_file(db().string() + "-journal"), journal);
     }
 }
 
