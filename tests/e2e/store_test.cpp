@@ -5,50 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "harness.hpp"
+#include "store_fixture.hpp"
 
 namespace e2e {
 namespace {
-
-using Args = std::vector<std::string>;
-
-class Store : public HookTest {
-  protected:
-    void SetUp() override {
-        HookTest::SetUp();
-        fs::create_directories(repo_ / "src/app");
-        fs::create_directories(repo_ / ".orvane-tamblo");
-        write_file(repo_ / ".orvane-tamblo/brief.md", "Project brief.");
-        write_file(repo_ / "src/app/users.py", "def get_user(): ...\n");
-    }
-
-    HookRun host(const Args& args) { return run(args, {.real_host = true}); }
-
-    HookRun real_hook(const std::string& name, const std::string& input, Args extra = {}) {
-        extra.insert(extra.begin(), {"hooks", name});
-        return run(extra, {.stdin_data = input, .real_host = true});
-    }
-
-    // A hook input naming the file in Claude Code's form.
-    std::string tool_input(const std::string& tool, const std::string& extra = "") const {
-        return R"({"session_id": "demo-1", "tool_name": ")" + tool +
-               R"(", "tool_input": {"file_path": ")" + (repo_ / "src/app/users.py").string() +
-               "\"" + extra + "}}";
-    }
-
-    fs::path db() const { return repo_ / "memory/codebase-index/orvane.db"; }
-
-    // Runs SQL on the store directly, as an older run or a long wait would have left it.
-    void sql(const std::string& statement) const {
-        sqlite3* handle = nullptr;
-        ASSERT_EQ(sqlite3_open(db().c_str(), &handle), SQLITE_OK);
-        char* error = nullptr;
-        EXPECT_EQ(sqlite3_exec(handle, statement.c_str(), nullptr, nullptr, &error), SQLITE_OK)
-            << (error ? error : "");
-        sqlite3_free(error);
-        sqlite3_close(handle);
-    }
-};
 
 constexpr const char* kQuickStart =
     "### Quick Start:\n- `understand(action=\"recall\")` for semantic search across cache\n"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -48,10 +49,15 @@ class Database {
 
   private:
     static int count_wal_frames(void* self, sqlite3* db, const char* schema, int frames);
+    static int wait_for_lock(void* self, int attempt);
+    void hook_callbacks();
+    // Each statement may wait this long from its start for a lock another connection holds.
+    void allow_wait(std::chrono::milliseconds wait);
 
     sqlite3* db_ = nullptr;
     std::string name_;
     int wal_frames_ = 0;  // frames in the WAL after our last commit
+    std::chrono::steady_clock::time_point wait_until_;
 };
 
 // A prepared statement of one Database; finalized with the object.
