@@ -1,4 +1,10 @@
 // The store under faults of the machine: a full disk, runs killed midway, files left by others.
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <set>
 #include <thread>
 
 #include "store_fixture.hpp"
@@ -6,9 +12,74 @@
 namespace e2e {
 namespace {
 
+std::set<std::string> names_in(const fs::path& dir) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir)) names.insert(entry.path().filename());
+    return names;
+}
+
 const std::string kLogged = "{\"logged\": true, \"session_id\": \"s1\"}\n";
 const Args kLogTurn = {"conversation", "log-turn", "--session-id=s1", "--type", "user",
                        "--prompt", "x"};
+
+// Whatever the free space when the first write creates the store, it works or fails as a full
+// disk, leaving no temporary file and no half-written store; once space is freed, the next write
+// works.
+TEST_F(Store, AFullDiskWhileCreatingLeavesNothingBehind) {
+    const fs::path dir = repo_ / "memory/codebase-index";
+    fs::create_directories(dir);
+    if (::geteuid() != 0) GTEST_SKIP() << "mounting a small tmpfs takes root";
+    if (::mount("tmpfs", dir.c_str(), "tmpfs", 0, "size=200k") != 0) {
+        GTEST_SKIP() << "cannot mount a tmpfs: " << std::strerror(errno);
+    }
+    struct Unmount {
+        fs::path dir;
+        ~Unmount() { ::umount2(dir.c_str(), MNT_DETACH); }
+    } unmount{dir};
+
+    int full = 0;
+    for (const int free_kib : {16, 48, 96, 112, 128}) {
+        SCOPED_TRACE(free_kib);
+        for (const auto& name : names_in(dir)) fs::remove(dir / name);
+        write_file(dir / "filler", std::string((196 - free_kib) * 1024, 'x'));
+        const HookRun r = host(kLogTurn);
+        if (r.status != 0) {
+            ++full;
+            expect_error(r,
+                         "orvane-tamblo conversation log-turn: error: "
+                         "memory/codebase-index/orvane.db: database or disk is full\n",
+                         1);
+            for (const auto& name : names_in(dir)) {
+                EXPECT_TRUE(name == ".gitignore" || name == "filler" || name.starts_with("orvane.db"))
+                    << name;
+                EXPECT_FALSE(name.starts_with("orvane.db.new-")) << name;
+            }
+        }
+        fs::remove(dir / "filler");
+        expect_clean(host(kLogTurn), kLogged);
+        expect_clean(host({"conversation", "context", "s1", "--json"}),
+                     R"({"goals": ["x"], "recent_activity": [], "files_involved": []})"
+                     "\n");
+    }
+    EXPECT_GE(full, 3);
+}
+
+// A zero-length orvane.db (a `touch`, another tool) becomes a store like one we created: in WAL
+// mode, where concurrent writers queue instead of failing.
+TEST_F(Store, AZeroLengthFileBecomesAStoreInWalMode) {
+    fs::create_directories(db().parent_path());
+    write_file(db(), "");
+    for (const HookRun& r : run_together(32, {"hooks", "log-conversation", "--type", "user"},
+                                         {.stdin_data = R"({"session_id": "s1", "prompt": "x"})",
+                                          .real_host = true})) {
+        expect_clean(r, "");
+    }
+    EXPECT_NE(host({"conversation", "list", "--json"}).out.find(R"("turns": 32})"),
+              std::string::npos);
+    // The file format's read and write versions: 2 for WAL.
+    EXPECT_EQ(read_file(db()).substr(18, 2), "\x02\x02");
+    EXPECT_FALSE(fs::exists(db().string() + "-journal"));
+}
 
 // A writer holding the lock for 3.5 s (a long migration, a slow disk) while 128 turns arrive at
 // once: each waits within the 5 s the hook gives it, and none is lost.

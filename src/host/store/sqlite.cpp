@@ -5,6 +5,8 @@
 #include <thread>
 #include <utility>
 
+#include "platform/os_error.hpp"
+
 namespace host::store {
 
 namespace {
@@ -25,8 +27,13 @@ constexpr int kWriteOpenAttempts = 5;
 constexpr int kMaxValueBytes = 16 * 1024 * 1024;
 
 std::string describe(sqlite3* db, const std::string& name) {
-    const char* message = db != nullptr ? sqlite3_errmsg(db) : "out of memory";
-    return name + ": " + message;
+    if (db == nullptr) return name + ": out of memory";
+    // SQLite names a full disk only for some writes; running out of space while it sizes its
+    // shared-memory file, say, comes back as "disk I/O error".
+    if (platform::is_disk_full(sqlite3_system_errno(db))) {
+        return name + ": " + sqlite3_errstr(SQLITE_FULL);
+    }
+    return name + ": " + sqlite3_errmsg(db);
 }
 
 // Library settings, made once before the first connection opens.
@@ -93,8 +100,7 @@ Database::Database(const std::string& path, std::string name, Mode mode) : name_
         // WAL's index by reading the whole WAL. A checkpoint at every close would cost each write
         // two fsyncs (milliseconds on a real disk); none at all would make every later run read
         // an ever longer WAL. So writers let it grow to kCheckpointFrames and then checkpoint it
-        // down to nothing (see commit). A new database is checkpointed at its close: it must be
-        // whole in its file before it is linked into place.
+        // down to nothing (see commit).
         sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     }
     sqlite3_limit(db_, SQLITE_LIMIT_LENGTH, kMaxValueBytes);
@@ -157,6 +163,14 @@ void Database::checkpoint_when_due() {
     wal_frames_ = 0;
 }
 
+void Database::checkpoint() {
+    allow_wait(kLockWait);
+    if (sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr) !=
+        SQLITE_OK) {
+        fail();
+    }
+    wal_frames_ = 0;
+}
 
 Database::~Database() {
     sqlite3_close(db_);

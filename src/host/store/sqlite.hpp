@@ -42,6 +42,8 @@ class Database {
 
     // Checkpoints the WAL down to nothing once it has grown long enough; never fails.
     void checkpoint_when_due();
+    // Checkpoints the WAL down to nothing now; throws when it cannot (a full disk, say).
+    void checkpoint();
 
     sqlite3* handle() const { return db_; }
     const std::string& name() const { return name_; }

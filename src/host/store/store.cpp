@@ -7,6 +7,7 @@
 #include "platform/clock.hpp"
 #include "platform/dirs.hpp"
 #include "platform/file_info.hpp"
+#include "platform/fs.hpp"
 #include "platform/os_error.hpp"
 #include "platform/random.hpp"
 
@@ -14,29 +15,63 @@ namespace host::store {
 
 namespace {
 
-// Builds the first database beside its final name and links it into place, so that concurrent
-// runs never see a database without its schema, and of several racing creators one wins whole.
+constexpr const char* kNewPrefix = "orvane.db.new-";
+
+// The store runs in WAL mode. A database not in it yet (a new file, a zero-length one somebody
+// left, a store an earlier release adopted from such a file) is switched with its rollback
+// journal in memory: a journal file beside the store would make every other run refuse it.
+void use_wal(Database& db) {
+    {
+        Statement mode = db.prepare("PRAGMA journal_mode");
+        if (mode.step() && mode.text(0) == "wal") return;
+    }
+    db.exec("PRAGMA journal_mode=MEMORY");
+    Statement wal = db.prepare("PRAGMA journal_mode=WAL");
+    if (!wal.step() || wal.text(0) != "wal") {
+        throw StoreError(db.name() + ": cannot be switched to WAL mode");
+    }
+}
+
+// Builds the first database beside its final name and links it into place only once it is whole
+// in its own file and synced, so that concurrent runs never see a database without its schema, of
+// several racing creators one wins whole, and a failure (a full disk) leaves no store behind: the
+// next write simply tries again.
 void create_database(const StoreLocation& location) {
-    char suffix[32];
-    const int n = std::snprintf(suffix, sizeof suffix, ".new-%016llx",
+    char suffix[24];
+    const int n = std::snprintf(suffix, sizeof suffix, "%016llx",
                                 static_cast<unsigned long long>(platform::random_u64()));
-    const std::string temp = location.db_path + std::string(suffix, static_cast<std::size_t>(n));
+    const std::string temp = platform::join_path(
+        location.dir, kNewPrefix + std::string(suffix, static_cast<std::size_t>(n)));
+    const auto remove_temp = [&] {
+        for (const char* companion : {"", "-wal", "-shm", "-journal"}) {
+            platform::remove_file(temp + companion);
+        }
+    };
     try {
+        std::int64_t size = 0;
         {
             Database db(temp, kStoreDisplayPath, Database::Mode::create);
-            // WAL lets readers and one writer work at once; the mode is kept in the file.
-            db.exec("PRAGMA journal_mode=WAL");
+            // Nobody else opens the file before it has its name: the WAL's index stays in this
+            // process's memory rather than in a -shm file.
+            db.exec("PRAGMA locking_mode=EXCLUSIVE");
+            use_wal(db);
             schema::migrate(db);
+            db.checkpoint();
+            size = db.integer_pragma("page_count") * db.integer_pragma("page_size");
+        }
+        const auto written = platform::file_signature(temp);
+        if (!written || written->size != size) {
+            throw StoreError(std::string(kStoreDisplayPath) + ": could not be written whole");
         }
         platform::place_no_replace(temp, location.db_path);
     } catch (const platform::OsError& e) {
-        platform::remove_file(temp);
+        remove_temp();
         throw StoreError(e.what());
     } catch (...) {
-        platform::remove_file(temp);
+        remove_temp();
         throw;
     }
-    platform::remove_file(temp);
+    remove_temp();
 }
 
 // Settings of every connection (none of them is kept in the file).
@@ -71,18 +106,12 @@ Store Store::open(Access access, const std::string& root) {
     Database db(store.location_.db_path, kStoreDisplayPath,
                 write ? Database::Mode::read_write : Database::Mode::read_only);
     configure(db, write);
-    switch (schema::inspect(db)) {
-        case schema::State::current:
-            break;
-        case schema::State::empty:
-            if (!write) return store;  // a database with nothing in it yet reads as empty
-            schema::migrate(db);
-            break;
-        case schema::State::older:
-            if (!write) return open(Access::write, root);  // migrating needs the write lock
-            schema::migrate(db);
-            break;
-    }
+    const schema::State state = schema::inspect(db);
+    if (!write && state == schema::State::empty) return store;  // nothing in it yet
+    // Migrating takes the write lock.
+    if (!write && state == schema::State::older) return open(Access::write, root);
+    if (write) use_wal(db);
+    if (state != schema::State::current) schema::migrate(db);
     store.db_ = std::move(db);
     return store;
 }
