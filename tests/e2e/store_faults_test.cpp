@@ -64,6 +64,32 @@ TEST_F(Store, AFullDiskWhileCreatingLeavesNothingBehind) {
     EXPECT_GE(full, 3);
 }
 
+// A store left by other runs or programs: what a killed creation left is tidied away by the next
+// write once it is old; anything else stays.
+TEST_F(Store, LeftoversOfKilledCreationsAreRemoved) {
+    expect_clean(host(kLogTurn), kLogged);
+    const fs::path dir = repo_ / "memory/codebase-index";
+    const auto hour_ago = fs::file_time_type::clock::now() - std::chrono::hours(1);
+    const std::vector<std::string> leftovers = {
+        "orvane.db.new-0123456789abcdef", "orvane.db.new-0123456789abcdef-wal",
+        "orvane.db.new-0123456789abcdef-journal", ".gitignore.tmp-00000000000000ff"};
+    const std::vector<std::string> kept = {"orvane.db.new-fedcba9876543210",  // too young
+                                           "orvane.db.new-0123", "orvane.db.new-0123456789abcdefg",
+                                           "notes.txt"};
+    for (const auto& name : leftovers) write_file(dir / name, "old");
+    for (const auto& name : kept) write_file(dir / name, "mine");
+    for (const auto& name : leftovers) fs::last_write_time(dir / name, hour_ago);
+    for (std::size_t i = 1; i < kept.size(); ++i) fs::last_write_time(dir / kept[i], hour_ago);
+    write_file(root_ / "victim", "mine");
+    fs::create_symlink(root_ / "victim", dir / "orvane.db.new-1111111111111111");
+
+    expect_clean(host(kLogTurn), kLogged);
+    for (const auto& name : leftovers) EXPECT_FALSE(fs::exists(dir / name)) << name;
+    for (const auto& name : kept) EXPECT_EQ(read_file(dir / name), "mine") << name;
+    EXPECT_TRUE(fs::is_symlink(dir / "orvane.db.new-1111111111111111"));
+    EXPECT_EQ(read_file(root_ / "victim"), "mine");
+}
+
 // A zero-length orvane.db (a `touch`, another tool) becomes a store like one we created: in WAL
 // mode, where concurrent writers queue instead of failing.
 TEST_F(Store, AZeroLengthFileBecomesAStoreInWalMode) {

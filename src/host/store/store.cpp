@@ -16,6 +16,52 @@ namespace host::store {
 namespace {
 
 constexpr const char* kNewPrefix = "orvane.db.new-";
+constexpr const char* kGitignoreTempPrefix = ".gitignore.tmp-";
+// A run creates the store in milliseconds, and the hooks give it seconds: a temporary file this old
+// belongs to a run that died.
+constexpr double kLeftoverAgeSeconds = 600;
+
+// Whether `rest` is 16 hexadecimal digits followed by one of `suffixes`.
+bool hex_then(std::string_view rest, std::initializer_list<std::string_view> suffixes) {
+    if (rest.size() < 16) return false;
+    for (const char c : rest.substr(0, 16)) {
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
+    }
+    for (const auto suffix : suffixes) {
+        if (rest.substr(16) == suffix) return true;
+    }
+    return false;
+}
+
+// What a run killed while creating the store leaves behind: the new database under its temporary
+// name, with the companions SQLite made beside it, and a half-placed .gitignore.
+bool is_leftover(std::string_view name) {
+    if (name.starts_with(kNewPrefix)) {
+        return hex_then(name.substr(std::string_view(kNewPrefix).size()),
+                        {"", "-wal", "-shm", "-journal"});
+    }
+    return name.starts_with(kGitignoreTempPrefix) &&
+           hex_then(name.substr(std::string_view(kGitignoreTempPrefix).size()), {""});
+}
+
+// Removes the store's own leftovers from `dir`: names of our pattern only, regular files only (a
+// link there is neither removed nor followed), and only once no live run can still own them. A
+// failure here never fails the write that tidies up.
+void remove_leftovers(const std::string& dir) {
+    try {
+        const double now = platform::epoch_seconds();
+        for (const std::string& name : platform::list_directory(dir)) {
+            if (!is_leftover(name)) continue;
+            const std::string path = platform::join_path(dir, name);
+            if (platform::path_kind(path) != platform::PathKind::regular) continue;
+            const auto file = platform::file_signature(path);
+            if (file && now - static_cast<double>(file->mtime_ns) / 1e9 > kLeftoverAgeSeconds) {
+                platform::remove_file(path);
+            }
+        }
+    } catch (const std::exception&) {
+    }
+}
 
 // The store runs in WAL mode. A database not in it yet (a new file, a zero-length one somebody
 // left, a store an earlier release adopted from such a file) is switched with its rollback
@@ -98,6 +144,7 @@ Store Store::open(Access access, const std::string& root) {
     if (write && store.location_.exists && platform::is_read_only(store.location_.db_path)) {
         throw StoreError(std::string(kStoreDisplayPath) + ": the file is read-only");
     }
+    if (write) remove_leftovers(store.location_.dir);
     if (!store.location_.exists) {
         if (!write) return store;
         create_database(store.location_);
