@@ -46,6 +46,26 @@ class Store : public HookTest {
         sqlite3_free(error);
         sqlite3_close(handle);
     }
+
+    // The rows a query gives, columns joined by "|", each row ending in a line feed.
+    std::string sql_rows(const std::string& query) const {
+        sqlite3* handle = nullptr;
+        sqlite3_stmt* stmt = nullptr;
+        std::string rows;
+        if (sqlite3_open(db().c_str(), &handle) == SQLITE_OK &&
+            sqlite3_prepare_v2(handle, query.c_str(), -1, &stmt, nullptr) == SQLITE_OK) {
+            while (sqlite3_step(stmt) == SQLITE_ROW) {
+                for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
+                    const auto* text = sqlite3_column_text(stmt, i);
+                    rows += (i ? "|" : "") + std::string(text ? (const char*)text : "NULL");
+                }
+                rows += "\n";
+            }
+        }
+        sqlite3_finalize(stmt);
+        sqlite3_close(handle);
+        return rows;
+    }
 };
 
 }  // namespace e2e

@@ -421,7 +421,7 @@ TEST_F(Store, ServeDiagnosesTheStoreAndThePath) {
         "store     " +
         native(repo_ / "memory/codebase-index/orvane.db") +
         "\n"
-        "database  opens and answers (schema version 1)\n"
+        "database  opens and answers (schema version 2)\n"
         "contents  1 understanding, 0 sessions with 0 turns, 0 memories\n";
     expect_clean(host({"serve"}),
                  service + "hooks     the hooks run " + program + ", this program\n");

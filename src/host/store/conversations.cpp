@@ -9,6 +9,7 @@ namespace host::store {
 namespace {
 
 constexpr std::int64_t kDayMs = 24LL * 3600 * 1000;
+constexpr std::size_t kGoalPrompts = 50;
 constexpr std::size_t kGoals = 5;
 constexpr std::size_t kGoalChars = 500;
 constexpr std::size_t kActivityLines = 10;
@@ -78,7 +79,7 @@ std::string Store::log_turn(const std::optional<std::string>& session_id, const 
 
     Statement insert = database.prepare(
         "INSERT INTO turns(session_id, at, type, prompt, tool_name, tool_input, tool_result, "
-        "activity, file) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
+        "activity, file) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9) RETURNING id");
     insert.bind(1, id).bind(2, now);
     if (turn.type == TurnType::user) {
         insert.bind(3, "user").bind(4, turn.prompt);
@@ -86,7 +87,19 @@ std::string Store::log_turn(const std::optional<std::string>& session_id, const 
         insert.bind(3, "tool").bind(5, turn.tool_name).bind(6, turn.tool_input);
         insert.bind(7, turn.tool_result).bind(8, facts->activity).bind(9, facts->file);
     }
+    if (!insert.step()) database.fail();
+    const std::int64_t turn_id = insert.integer(0);
     insert.run();
+    if (facts && facts->file) {
+        database
+            .prepare(
+                "INSERT INTO session_files(session_id, file, last_turn) VALUES(?1, ?2, ?3) "
+                "ON CONFLICT(session_id, file) DO UPDATE SET last_turn=excluded.last_turn")
+            .bind(1, id)
+            .bind(2, *facts->file)
+            .bind(3, turn_id)
+            .run();
+    }
     transaction.commit();
     return id;
 }
@@ -136,10 +149,11 @@ std::optional<SessionContext> Store::session_context(std::string_view session_id
     Statement known = db_->prepare("SELECT 1 FROM sessions WHERE id=?1");
     if (!known.bind(1, session_id).step()) return std::nullopt;
 
+    // Each from an index, a bounded number of rows: the cost does not grow with the session.
     SessionContext context;
     Statement prompts = db_->prepare(
-        "SELECT prompt FROM turns WHERE session_id=?1 AND type='user' ORDER BY id LIMIT 50");
-    prompts.bind(1, session_id);
+        "SELECT prompt FROM turns WHERE session_id=?1 AND type='user' ORDER BY id LIMIT ?2");
+    prompts.bind(1, session_id).bind(2, static_cast<std::int64_t>(kGoalPrompts));
     std::unordered_set<std::string> seen;
     while (context.goals.size() < kGoals && prompts.step()) {
         std::string goal = one_line(prompts.text(0), kGoalChars);
@@ -153,8 +167,7 @@ std::optional<SessionContext> Store::session_context(std::string_view session_id
     while (activity.step()) context.recent_activity.emplace_back(activity.text(0));
 
     Statement files = db_->prepare(
-        "SELECT file FROM turns WHERE session_id=?1 AND file IS NOT NULL "
-        "GROUP BY file ORDER BY max(id) DESC LIMIT ?2");
+        "SELECT file FROM session_files WHERE session_id=?1 ORDER BY last_turn DESC LIMIT ?2");
     files.bind(1, session_id).bind(2, static_cast<std::int64_t>(kFiles));
     while (files.step()) context.files_involved.emplace_back(files.text(0));
     return context;

@@ -190,10 +190,13 @@ void Store::prune_if_due(std::int64_t now) {
         .bind(2, kPruneTurnsPerWrite)
         .run();
     if (database.changes() >= kPruneTurnsPerWrite) return;
-    database
-        .prepare(
-            "DELETE FROM sessions WHERE last_activity < ?1 AND NOT EXISTS "
-            "(SELECT 1 FROM turns WHERE turns.session_id=sessions.id)")
+    const char* const gone =
+        "SELECT id FROM sessions WHERE last_activity < ?1 AND NOT EXISTS "
+        "(SELECT 1 FROM turns WHERE turns.session_id=sessions.id)";
+    database.prepare(std::string("DELETE FROM session_files WHERE session_id IN (") + gone + ")")
+        .bind(1, cutoff)
+        .run();
+    database.prepare(std::string("DELETE FROM sessions WHERE id IN (") + gone + ")")
         .bind(1, cutoff)
         .run();
     database

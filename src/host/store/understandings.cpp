@@ -81,12 +81,14 @@ void Store::store_understanding(const Understanding& u) {
     const std::int64_t now = now_ms();
     Transaction transaction(database, true);
     prune_if_due(now);
+    // seq follows the order of the stores: writers take turns, so each gets the next number.
     Statement upsert = database.prepare(
         "INSERT INTO understandings(target, scope, importance, purpose, auto_generated, "
-        "stored_at, listing) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7) "
+        "stored_at, listing, seq) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, "
+        "(SELECT coalesce(max(seq), 0) + 1 FROM understandings)) "
         "ON CONFLICT(target, scope) DO UPDATE SET importance=excluded.importance, "
         "purpose=excluded.purpose, auto_generated=excluded.auto_generated, "
-        "stored_at=excluded.stored_at, listing=excluded.listing RETURNING id");
+        "stored_at=excluded.stored_at, listing=excluded.listing, seq=excluded.seq RETURNING id");
     upsert.bind(1, u.target).bind(2, u.scope).bind(3, u.importance).bind(4, u.purpose);
     upsert.bind(5, std::int64_t{u.auto_generated}).bind(6, now);
     upsert.bind_blob(7, encode_listing({importance_rank(u.importance), now, file, u.target}));
