@@ -1,4 +1,5 @@
-// The conversation history in the store: what a session's context shows, however long the session.
+// The conversation history in the store: what a session's context shows, however long the session,
+// and what the history keeps of each turn.
 #include "store_fixture.hpp"
 
 namespace e2e {
@@ -64,6 +65,31 @@ TEST_F(Store, ALongSessionsContextIsTheSameAfterTheUpgrade) {
         R"("src/f29.py", "src/f26.py", "src/f25.py", "src/f23.py", "src/f22.py", "src/f19.py", )"
         R"("src/f17.py", "src/f16.py", "src/f14.py", "src/f13.py", "src/f11.py"]})"
         "\n");
+}
+
+// A tool call's input and result are kept up to their first KiB, whole characters only; the
+// activity line comes from the whole input; prompts are kept whole.
+TEST_F(Store, TheHistoryKeepsTheFirstKibOfToolTexts) {
+    const std::string input = R"({"content": ")" + std::string(3000, 'c') +
+                              R"(", "file_path": "src/app/users.py"})";
+    std::string result = "\"";
+    for (int i = 0; i < 5000; ++i) result += "\xc3\xa9";  // é, two bytes
+    const std::string prompt(30000, 'p');
+    expect_clean(host({"conversation", "log-turn", "--session-id=s1", "--type", "user",
+                       "--prompt", prompt}),
+                 "{\"logged\": true, \"session_id\": \"s1\"}\n");
+    host({"conversation", "log-turn", "--session-id=s1", "--type", "tool", "--tool-name", "Write",
+          "--tool-input", input, "--tool-result", result});
+    EXPECT_EQ(sql_rows("SELECT length(CAST(prompt AS BLOB)), length(CAST(tool_input AS BLOB)), "
+                       "length(CAST(tool_result AS BLOB)) FROM turns ORDER BY id"),
+              "30000|NULL|NULL\nNULL|1024|1023\n");
+    EXPECT_EQ(sql_rows("SELECT tool_input FROM turns WHERE type='tool'"),
+              input.substr(0, 1024) + "\n");
+    const HookRun context = host({"conversation", "context", "s1", "--json"});
+    EXPECT_TRUE(context.out.ends_with(
+        R"("recent_activity": ["Wrote src/app/users.py"], "files_involved": ["src/app/users.py"]})"
+        "\n"))
+        << context.out;
 }
 
 }  // namespace

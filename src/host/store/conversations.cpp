@@ -45,10 +45,24 @@ std::optional<std::string> most_recent_active(Database& db, std::int64_t since) 
     return std::string(stmt.text(0));
 }
 
+// The first `max_bytes` of `text`, never splitting a character.
+std::string_view cut_bytes(std::string_view text, std::size_t max_bytes) {
+    if (text.size() <= max_bytes) return text;
+    std::size_t end = max_bytes;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    return text.substr(0, end);
+}
+
+std::optional<std::string_view> kept(const std::optional<std::string>& text) {
+    if (!text) return std::nullopt;
+    return cut_bytes(*text, kToolTextBytes);
+}
+
 }  // namespace
 
 std::string Store::log_turn(const std::optional<std::string>& session_id, const Turn& turn) {
     Database& database = db();
+    // From the whole input, before the history keeps only its first part.
     std::optional<ToolTurnFacts> facts;
     if (turn.type == TurnType::tool) {
         facts = describe_tool_turn(turn.tool_name, turn.tool_input, location_.root);
@@ -84,8 +98,10 @@ std::string Store::log_turn(const std::optional<std::string>& session_id, const 
     if (turn.type == TurnType::user) {
         insert.bind(3, "user").bind(4, turn.prompt);
     } else {
-        insert.bind(3, "tool").bind(5, turn.tool_name).bind(6, turn.tool_input);
-        insert.bind(7, turn.tool_result).bind(8, facts->activity).bind(9, facts->file);
+        insert.bind(3, "tool").bind(5, turn.tool_name);
+        if (const auto input = kept(turn.tool_input)) insert.bind(6, *input);
+        if (const auto result = kept(turn.tool_result)) insert.bind(7, *result);
+        insert.bind(8, facts->activity).bind(9, facts->file);
     }
     if (!insert.step()) database.fail();
     const std::int64_t turn_id = insert.integer(0);

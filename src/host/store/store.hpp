@@ -84,6 +84,11 @@ struct StoreCounts {
     std::int64_t memories = 0;
 };
 
+// What the history keeps of a tool turn's input and of its result (JSON text, possibly cut): its
+// first bytes, whole characters only. Nothing reads more back, and a person reading a session sees
+// what the call was about; its activity line and file are derived from the whole input first.
+inline constexpr std::size_t kToolTextBytes = 1024;
+
 // How long the history keeps a session after its last activity, and how often that is enforced.
 inline constexpr std::int64_t kSessionRetentionMs = 30LL * 24 * 3600 * 1000;
 inline constexpr std::int64_t kPruneIntervalMs = 24LL * 3600 * 1000;
