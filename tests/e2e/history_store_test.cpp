@@ -1,5 +1,5 @@
 // The conversation history in the store: what a session's context shows, however long the session,
-// and what the history keeps of each turn.
+// what the history keeps of each turn, and which session an end without a known id closes.
 #include "store_fixture.hpp"
 
 namespace e2e {
@@ -90,6 +90,28 @@ TEST_F(Store, TheHistoryKeepsTheFirstKibOfToolTexts) {
         R"("recent_activity": ["Wrote src/app/users.py"], "files_involved": ["src/app/users.py"]})"
         "\n"))
         << context.out;
+}
+
+// Cursor's prompt and tool hooks carry no session id, so its turns go to the most recent active
+// session; its session end carries an id of its own, which matches none. That end closes the
+// session the id-less turns went to, not a more recent one that came with ids, and creates nothing.
+TEST_F(Store, ASessionEndWithAnUnknownIdEndsTheIdlessSession) {
+    const auto turn = [&](const std::string& type, const std::string& input) {
+        expect_clean(real_hook("log-conversation", input, {"--type", type}), "");
+    };
+    turn("user", R"({"prompt": "Fix the login"})");
+    turn("tool", R"({"tool_name": "Read", "tool_input": {"file_path": "src/app/users.py"}})");
+    const std::string cursor_id =
+        sql_rows("SELECT id FROM sessions").substr(0, 36);  // the generated one
+    turn("user", R"({"session_id": "claude-1", "prompt": "Add paging"})");
+    for (const char* end : {R"({"session_id": "cursor-7f3a"})", R"({"session_id": "cursor-8b2c"})"}) {
+        expect_clean(real_hook("finalize", end), "");
+    }
+    EXPECT_EQ(sql_rows("SELECT id, status, turns FROM sessions ORDER BY rowid"),
+              cursor_id + "|completed|2\nclaude-1|active|1\n");
+    expect_error(host({"conversation", "finalize", "--session-id=nobody", "--status=completed"}),
+                 "orvane-tamblo conversation finalize: error: no session with the id 'nobody'\n",
+                 1);
 }
 
 }  // namespace

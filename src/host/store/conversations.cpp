@@ -36,11 +36,14 @@ std::string generated_session_id() {
     return id;
 }
 
-std::optional<std::string> most_recent_active(Database& db, std::int64_t since) {
+// The most recent active session since `since`; with `idless`, only one that took turns without
+// an id.
+std::optional<std::string> most_recent_active(Database& db, std::int64_t since,
+                                              bool idless = false) {
     Statement stmt = db.prepare(
         "SELECT id FROM sessions WHERE status IN ('active', 'compacted') AND last_activity >= ?1 "
-        "ORDER BY last_activity DESC, rowid DESC LIMIT 1");
-    stmt.bind(1, since);
+        "AND idless_turns >= ?2 ORDER BY last_activity DESC, rowid DESC LIMIT 1");
+    stmt.bind(1, since).bind(2, std::int64_t{idless});
     if (!stmt.step()) return std::nullopt;
     return std::string(stmt.text(0));
 }
@@ -83,12 +86,13 @@ std::string Store::log_turn(const std::optional<std::string>& session_id, const 
     // stop and a compaction.
     database
         .prepare(
-            "INSERT INTO sessions(id, status, started_at, last_activity, turns) "
-            "VALUES(?1, 'active', ?2, ?2, 1) ON CONFLICT(id) DO UPDATE SET status='active', "
+            "INSERT INTO sessions(id, status, started_at, last_activity, turns, idless_turns) "
+            "VALUES(?1, 'active', ?2, ?2, 1, ?3) ON CONFLICT(id) DO UPDATE SET status='active', "
             "ended_at=NULL, last_activity=max(last_activity, excluded.last_activity), "
-            "turns=turns+1")
+            "turns=turns+1, idless_turns=idless_turns+excluded.idless_turns")
         .bind(1, id)
         .bind(2, now)
+        .bind(3, std::int64_t{!session_id})
         .run();
 
     Statement insert = database.prepare(
@@ -127,13 +131,17 @@ std::optional<std::string> Store::finalize_session(const std::optional<std::stri
     Transaction transaction(database, true);
     prune_if_due(now);
     std::optional<std::string> id = session_id;
-    if (!id) id = most_recent_active(database, 0);
+    if (id) {
+        Statement known = database.prepare("SELECT 1 FROM sessions WHERE id=?1");
+        // An agent that logs its turns without an id (Cursor) ends its session with an id that
+        // matches none: it ends the session those turns went to. Nothing is ever created.
+        if (!known.bind(1, *id).step()) id = most_recent_active(database, 0, true);
+    } else {
+        id = most_recent_active(database, 0);
+    }
     if (!id) return std::nullopt;
     Statement update = database.prepare("UPDATE sessions SET status=?1, ended_at=?2 WHERE id=?3");
     update.bind(1, status).bind(2, now).bind(3, *id).run();
-    if (database.changes() == 0) {
-        throw StoreError("no session with the id '" + *id + "'");
-    }
     transaction.commit();
     return id;
 }

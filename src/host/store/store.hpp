@@ -124,8 +124,9 @@ class Store {
     // Appends the turn and returns the session it went to: `session_id` (started or reopened
     // as needed), else the most recent active session of the last day, else a new one.
     std::string log_turn(const std::optional<std::string>& session_id, const Turn& turn);
-    // Ends the session (without an id, the most recent active one) and returns its id; nullopt
-    // when there is no active session to end. Throws for an unknown id.
+    // Ends the session and returns its id: `session_id`; for an id that matches no session, the
+    // most recent active session that took turns without an id; without an id, the most recent
+    // active session. nullopt when there is none to end.
     std::optional<std::string> finalize_session(const std::optional<std::string>& session_id,
                                                 const std::string& status);
     // Sessions with activity within the last `days`, with `status` unless nullopt ("active"

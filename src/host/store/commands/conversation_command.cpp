@@ -95,6 +95,10 @@ int cmd_finalize(const FinalizeOptions& o) {
     }
     return guarded(kFinalize, [&] {
         const auto id = Store::open(Store::Access::write).finalize_session(o.session_id, o.status);
+        if (!id && o.session_id) {
+            return report_error(kFinalize, "no session with the id '" + *o.session_id + "'",
+                                kFailureStatus);
+        }
         JsonWriter out;
         out.begin_object().key("finalized").value(id.has_value());
         if (id) out.key("session_id").value(*id).key("status").value(o.status);
