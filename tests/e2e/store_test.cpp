@@ -184,7 +184,8 @@ TEST_F(Store, ConcurrentTurnsAreAllRecorded) {
 }
 
 // A corrupt, foreign, newer or read-only database, or one a writer left mid-transaction: clear
-// errors from the commands, the hooks carry on as with the service down, and nothing is rewritten.
+// errors from the commands, a warning in the host log for what is lost, the hooks carry on as with
+// the service down, and nothing is rewritten.
 TEST_F(Store, CorruptAndReadOnlyDatabasesAreLeftAlone) {
     const auto make_db = [&](const std::string& statement) {
         fs::create_directories(db().parent_path());
@@ -260,9 +261,15 @@ TEST_F(Store, CorruptAndReadOnlyDatabasesAreLeftAlone) {
         } else {
             expect_error(recall, "orvane-tamblo query understand: error: " + c.error + "\n", 1);
         }
+        // The hook ignores its child's failure, as it must; the child says it in the host log.
+        fs::remove(logs_ / "orvane-tamblo.log");
         expect_clean(real_hook("log-conversation", R"({"session_id": "s1", "prompt": "hi"})",
                                {"--type", "user"}),
                      "");
+        EXPECT_EQ(host_log().substr(std::min<std::size_t>(host_log().size(), 20)),
+                  "WARNING orvane_tamblo.store: orvane-tamblo conversation log-turn failed, the "
+                  "turn is lost: " +
+                      c.error + "\n");
         expect_clean(real_hook("finalize", R"({"session_id": "s1"})"), "");
         const HookRun start = real_hook("session-start", "{}", {"--agent", "windsurf"});
         EXPECT_EQ(start.status, 0);
