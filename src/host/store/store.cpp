@@ -1,5 +1,7 @@
 #include "host/store/store.hpp"
 
+#include <sqlite3.h>
+
 #include <cmath>
 #include <cstdio>
 
@@ -161,6 +163,16 @@ Store Store::open(Access access, const std::string& root) {
     if (state != schema::State::current) schema::migrate(db);
     store.db_ = std::move(db);
     return store;
+}
+
+bool Store::unchanged() {
+    if (!db_) return false;
+    int moved = 0;
+    if (sqlite3_file_control(db_->handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK ||
+        moved != 0) {
+        return false;
+    }
+    return db_->integer_pragma("user_version") == schema::kVersion;
 }
 
 Database& Store::db() {

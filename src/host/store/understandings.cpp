@@ -108,7 +108,9 @@ void Store::store_understanding(const Understanding& u) {
             note.reset();
         }
     }
+    const std::int64_t seq = search_index_ ? update_search_index() : search_seq_;
     transaction.commit();
+    search_seq_ = seq;
 }
 
 std::optional<RecalledUnderstanding> Store::recall_understanding(
@@ -142,6 +144,27 @@ std::optional<RecalledUnderstanding> Store::recall_understanding(
         (notes.integer(0) == kGotcha ? u.gotchas : u.key_points).emplace_back(notes.text(1));
     }
     return result;
+}
+
+UnderstandingPage Store::understanding_page(std::size_t offset, std::size_t limit) {
+    UnderstandingPage page;
+    if (!db_) return page;
+    Transaction transaction(*db_, false);
+    Statement count = db_->prepare("SELECT count(*) FROM understandings");
+    if (count.step()) page.total = count.integer(0);
+    Statement rows = db_->prepare(
+        "SELECT scope, importance, listing FROM understandings ORDER BY seq DESC "
+        "LIMIT ?1 OFFSET ?2");
+    rows.bind(1, static_cast<std::int64_t>(limit)).bind(2, static_cast<std::int64_t>(offset));
+    while (rows.step()) {
+        const Listing listing = listing_of(rows, 2);
+        const bool fresh =
+            !listing.file ||
+            still_fresh(location_.root, listing.target, *listing.file, listing.stored_at_ms);
+        page.entries.push_back({std::string(rows.text(0)), std::string(listing.target),
+                                std::string(rows.text(1)), fresh});
+    }
+    return page;
 }
 
 UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fresh) {
