@@ -48,34 +48,25 @@ constexpr std::array<Object, 8> kVersion1 = {
 
 // Version 2 makes what a session's context reads independent of the session's length (a turn's
 // activity and file sit behind its tool result in the row, so reading them for every turn read
-// every result), records which sessions took turns without an id, and orders the understandings
-// by when they were stored, for paging and for keeping a search index current.
-constexpr std::array<const char*, 9> kToVersion2 = {
-    // Raised for every store: the order of the stores, whoever made them.
-    "ALTER TABLE understandings ADD COLUMN seq INTEGER NOT NULL DEFAULT 0",
-    "UPDATE understandings SET seq=id",
-    "CREATE INDEX understandings_by_seq ON understandings(seq)",
+// every result) and records which sessions took turns without an id.
+constexpr std::array<const char*, 5> kToVersion2 = {
     // Turns logged without a session id: they went to whatever session was active.
     "ALTER TABLE sessions ADD COLUMN idless_turns INTEGER NOT NULL DEFAULT 0",
     // The first prompts and the latest tool turns of a session, straight from the index.
     "DROP INDEX turns_by_session",
     "CREATE INDEX turns_by_type ON turns(session_id, type, id)",
-    // Each file a session touched once, with its latest turn.
+    // Each file a session touched, once, with its latest turn; a turn touches one file at most,
+    // so the second constraint holds too, and its index gives the latest files first.
     "CREATE TABLE session_files(session_id TEXT NOT NULL, file TEXT NOT NULL, "
-    "last_turn INTEGER NOT NULL, PRIMARY KEY(session_id, file)) WITHOUT ROWID",
+    "last_turn INTEGER NOT NULL, UNIQUE(session_id, file), UNIQUE(session_id, last_turn))",
     "INSERT INTO session_files(session_id, file, last_turn) SELECT session_id, file, max(id) "
     "FROM turns WHERE file IS NOT NULL GROUP BY session_id, file",
-    "CREATE INDEX session_files_by_turn ON session_files(session_id, last_turn)",
 };
 
-// What version 2 holds: the statements above leave these texts.
-constexpr std::array<Object, 11> kVersion2 = {
-    Object{"understandings",
-           "CREATE TABLE understandings(id INTEGER PRIMARY KEY, target TEXT NOT NULL, "
-           "scope TEXT NOT NULL, importance TEXT NOT NULL, purpose TEXT, "
-           "auto_generated INTEGER NOT NULL, stored_at INTEGER NOT NULL, listing BLOB NOT NULL, "
-           "seq INTEGER NOT NULL DEFAULT 0, UNIQUE(target, scope))"},
-    Object{"understandings_by_seq", "CREATE INDEX understandings_by_seq ON understandings(seq)"},
+// What version 2 holds: the statements above leave these texts. Every hook run parses them all,
+// so each object must earn its place.
+constexpr std::array<Object, 9> kVersion2 = {
+    kVersion1[0],
     kVersion1[1],
     Object{"sessions",
            "CREATE TABLE sessions(id TEXT PRIMARY KEY, status TEXT NOT NULL, "
@@ -86,17 +77,15 @@ constexpr std::array<Object, 11> kVersion2 = {
     Object{"turns_by_type", "CREATE INDEX turns_by_type ON turns(session_id, type, id)"},
     Object{"session_files",
            "CREATE TABLE session_files(session_id TEXT NOT NULL, file TEXT NOT NULL, "
-           "last_turn INTEGER NOT NULL, PRIMARY KEY(session_id, file)) WITHOUT ROWID"},
-    Object{"session_files_by_turn",
-           "CREATE INDEX session_files_by_turn ON session_files(session_id, last_turn)"},
+           "last_turn INTEGER NOT NULL, UNIQUE(session_id, file), UNIQUE(session_id, last_turn))"},
     kVersion1[6],
     kVersion1[7],
 };
 static_assert(kVersion == 2);
 
-// Tables whose PRIMARY KEY or UNIQUE constraint gives SQLite's own index (no SQL text).
-constexpr std::array<std::string_view, 4> kAutoIndexed = {"understandings", "sessions", "memories",
-                                                          "meta"};
+// Tables whose PRIMARY KEY or UNIQUE constraints give SQLite's own indexes (no SQL text).
+constexpr std::array<std::string_view, 5> kAutoIndexed = {"understandings", "sessions", "memories",
+                                                          "meta", "session_files"};
 
 bool expected_auto_index(std::string_view name, std::string_view table) {
     for (const auto t : kAutoIndexed) {

@@ -46,25 +46,24 @@ std::int64_t Store::update_search_index() {
             "fts5(target, purpose, notes, tokenize='unicode61 remove_diacritics 2')");
         search_index_ = true;
     }
+    // A replaced entry comes back under a new id; its old row in the index matches nothing in
+    // understandings any more, and the search's join drops it.
     Statement changed = db_->prepare(
         "SELECT id, target, coalesce(purpose, ''), coalesce((SELECT group_concat(text, "
-        "char(10)) FROM understanding_notes WHERE understanding_id = understandings.id), ''), seq "
-        "FROM understandings WHERE seq > ?1 ORDER BY seq");
-    changed.bind(1, search_seq_);
-    Statement remove = db_->prepare("DELETE FROM temp.understanding_search WHERE rowid = ?1");
+        "char(10)) FROM understanding_notes WHERE understanding_id = understandings.id), '') "
+        "FROM understandings WHERE id > ?1 ORDER BY id");
+    changed.bind(1, search_up_to_);
     Statement add = db_->prepare(
         "INSERT INTO temp.understanding_search(rowid, target, purpose, notes) "
         "VALUES(?1, ?2, ?3, ?4)");
-    std::int64_t seq = search_seq_;
+    std::int64_t up_to = search_up_to_;
     while (changed.step()) {
-        remove.bind(1, changed.integer(0)).run();
-        remove.reset();
         add.bind(1, changed.integer(0)).bind(2, changed.text(1)).bind(3, changed.text(2));
         add.bind(4, changed.text(3)).run();
         add.reset();
-        seq = changed.integer(4);
+        up_to = changed.integer(0);
     }
-    return seq;
+    return up_to;
 }
 
 std::vector<RecalledUnderstanding> Store::search_understandings(std::string_view query,
@@ -75,7 +74,7 @@ std::vector<RecalledUnderstanding> Store::search_understandings(std::string_view
     std::vector<std::pair<std::string, std::string>> hits;
     {
         Transaction transaction(*db_, false);
-        const std::int64_t seq = update_search_index();
+        const std::int64_t up_to = update_search_index();
         // A hit in the target weighs most, then the purpose, then the key points and gotchas.
         Statement rows = db_->prepare(
             "SELECT u.target, u.scope FROM temp.understanding_search "
@@ -86,7 +85,7 @@ std::vector<RecalledUnderstanding> Store::search_understandings(std::string_view
         while (rows.step()) hits.emplace_back(rows.text(0), rows.text(1));
         rows.reset();
         transaction.commit();  // keeps what the index took in
-        search_seq_ = seq;
+        search_up_to_ = up_to;
     }
     for (const auto& [target, scope] : hits) {
         if (auto recalled = recall_understanding(target, scope)) {

@@ -195,9 +195,8 @@ void Store::prune_if_due(std::int64_t now) {
     // over goes with the next writes, before the day's mark is set.
     database
         .prepare(
-            "DELETE FROM turns WHERE id IN (SELECT turns.id FROM sessions "
-            "JOIN turns ON turns.session_id=sessions.id WHERE sessions.last_activity < ?1 "
-            "LIMIT ?2)")
+            "DELETE FROM turns WHERE id IN (SELECT id FROM turns WHERE session_id IN "
+            "(SELECT id FROM sessions WHERE last_activity < ?1) LIMIT ?2)")
         .bind(1, cutoff)
         .bind(2, kPruneTurnsPerWrite)
         .run();

@@ -163,13 +163,13 @@ class Store {
     Database& db();
     void prune_if_due(std::int64_t now_ms);
     // Indexes the entries stored since the search index was last brought up to date, inside the
-    // caller's transaction; returns the seq it is then up to, for after the commit.
+    // caller's transaction; returns the id it is then up to, for after the commit.
     std::int64_t update_search_index();
 
     StoreLocation location_;
     std::optional<Database> db_;
-    bool search_index_ = false;   // built in this connection
-    std::int64_t search_seq_ = 0;  // the last store it holds
+    bool search_index_ = false;       // built in this connection
+    std::int64_t search_up_to_ = 0;  // the last entry it holds
 };
 
 // Milliseconds since the Unix epoch, the store's clock.
