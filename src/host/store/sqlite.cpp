@@ -16,9 +16,11 @@ namespace {
 // and answer. Wall time, not the sum of the sleeps: on a loaded machine every sleep overruns, and
 // SQLite's own busy time-out would then outlast the hook's limit.
 constexpr auto kLockWait = std::chrono::milliseconds(4500);
-// About 256 KiB of 4 KiB pages: a later run reads at most that much of the WAL to open it, and a
-// writer pays a checkpoint's fsyncs once per that much written.
-constexpr int kCheckpointFrames = 64;
+// About 128 KiB of 4 KiB pages, four or five turns: a later run reads at most that much of the WAL
+// to open it (SQLite rebuilds the WAL's index from it, some 6,000 instructions a page, the largest
+// part of a short read once the WAL has grown), and a writer pays a checkpoint's fsyncs once per
+// that much written.
+constexpr int kCheckpointFrames = 32;
 // A checkpoint waits this long for readers to finish before leaving the work to a later writer.
 constexpr auto kCheckpointWait = std::chrono::milliseconds(200);
 // Opening for writing, tried this often (waiting 20, 40, ... ms between) before giving up.
