@@ -70,42 +70,48 @@ TEST_F(Store, AFullDiskWhileCreatingLeavesNothingBehind) {
 TEST_F(Store, LeftoversOfKilledCreationsAreRemoved) {
     expect_clean(host(kLogTurn), kLogged);
     const fs::path dir = repo_ / "memory/codebase-index";
-    const auto hour_ago = fs::file_time_type::clock::now() - std::chrono::hours(1);
-    const std::vector<std::string> leftovers = {
-        "orvane.db.new-0123456789abcdef", "orvane.db.new-0123456789abcdef-wal",
-        "orvane.db.new-0123456789abcdef-journal", ".gitignore.tmp-00000000000000ff"};
-    const std::vector<std::string> kept = {"orvane.db.new-fedcba9876543210",  // too young
-                                           "orvane.db.new-0123", "orvane.db.new-0123456789abcdefg",
-                                           "notes.txt"};
+    const std::vector<std::string> leftovers = {"orvane.db.new-0123456789abcdef",
+                                                "orvane.db.new-0123456789abcdef-journal",
+                                                ".gitignore.tmp-00000000000000ff"};
+    const std::vector<std::string> kept = {"orvane.db.new-fedcba9876543210",  // young: written last
+                                           "orvane.db.new-0123456789abcdefg", "notes.txt"};
     for (const auto& name : leftovers) write_file(dir / name, "old");
     for (const auto& name : kept) write_file(dir / name, "mine");
-    for (const auto& name : leftovers) fs::last_write_time(dir / name, hour_ago);
-    for (std::size_t i = 1; i < kept.size(); ++i) fs::last_write_time(dir / kept[i], hour_ago);
+    for (const auto& entry : fs::directory_iterator(dir)) {
+        if (entry.path().filename() != kept[0]) {
+            fs::last_write_time(entry, fs::file_time_type::clock::now() - std::chrono::hours(1));
+        }
+    }
     write_file(root_ / "victim", "mine");
     fs::create_symlink(root_ / "victim", dir / "orvane.db.new-1111111111111111");
 
     expect_clean(host(kLogTurn), kLogged);
     for (const auto& name : leftovers) EXPECT_FALSE(fs::exists(dir / name)) << name;
     for (const auto& name : kept) EXPECT_EQ(read_file(dir / name), "mine") << name;
-    EXPECT_TRUE(fs::is_symlink(dir / "orvane.db.new-1111111111111111"));
-    EXPECT_EQ(read_file(root_ / "victim"), "mine");
+    EXPECT_EQ(read_file(dir / "orvane.db.new-1111111111111111"), "mine");  // the link, whole
 }
 
-// A zero-length orvane.db (a `touch`, another tool) becomes a store like one we created: in WAL
-// mode, where concurrent writers queue instead of failing.
-TEST_F(Store, AZeroLengthFileBecomesAStoreInWalMode) {
-    fs::create_directories(db().parent_path());
-    write_file(db(), "");
-    for (const HookRun& r : run_together(32, {"hooks", "log-conversation", "--type", "user"},
-                                         {.stdin_data = R"({"session_id": "s1", "prompt": "x"})",
-                                          .real_host = true})) {
-        expect_clean(r, "");
+// 32 turns at the same moment into a repository without a store, or with a zero-length orvane.db
+// (a `touch`, another tool): the store they make is in WAL mode, where writers queue instead of
+// failing, and every turn is in.
+TEST_F(Store, ConcurrentFirstTurnsAllGetIn) {
+    for (const bool zero_length : {false, true}) {
+        SCOPED_TRACE(zero_length);
+        fs::remove_all(repo_ / "memory");
+        if (zero_length) {
+            fs::create_directories(db().parent_path());
+            write_file(db(), "");
+        }
+        for (const HookRun& r :
+             run_together(32, {"hooks", "log-conversation", "--type", "user"},
+                          {.stdin_data = R"({"session_id": "s1", "prompt": "x"})",
+                           .real_host = true})) {
+            expect_clean(r, "");
+        }
+        EXPECT_EQ(sql_rows("SELECT status, turns FROM sessions"), "active|32\n") << host_log();
+        EXPECT_EQ(read_file(db()).substr(18, 2), "\x02\x02");  // the format versions of WAL
+        EXPECT_FALSE(fs::exists(db().string() + "-journal"));
     }
-    EXPECT_NE(host({"conversation", "list", "--json"}).out.find(R"("turns": 32})"),
-              std::string::npos);
-    // The file format's read and write versions: 2 for WAL.
-    EXPECT_EQ(read_file(db()).substr(18, 2), "\x02\x02");
-    EXPECT_FALSE(fs::exists(db().string() + "-journal"));
 }
 
 // A writer holding the lock for 3.5 s (a long migration, a slow disk) while 128 turns arrive at

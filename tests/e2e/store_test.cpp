@@ -168,21 +168,6 @@ TEST_F(Store, ReadsOfAMissingStoreAnswerEmptyAndCreateNothing) {
     EXPECT_FALSE(fs::exists(repo_ / "memory"));
 }
 
-TEST_F(Store, ConcurrentTurnsAreAllRecorded) {
-    const RunOptions options = {
-        .stdin_data = R"({"session_id": "s1", "tool_name": "Read", "tool_input": {"file_path": )"
-                      R"("src/f.py"}})",
-        .real_host = true};
-    for (const HookRun& r :
-         run_together(32, {"hooks", "log-conversation", "--type", "tool"}, options)) {
-        expect_clean(r, "");
-    }
-    const HookRun list = host({"conversation", "list", "--json"});
-    EXPECT_NE(list.out.find(R"("status": "active", )"), std::string::npos) << list.out;
-    EXPECT_NE(list.out.find(R"("turns": 32})"), std::string::npos)
-        << list.out << debug_log() << host_log();
-}
-
 // A corrupt, foreign, newer or read-only database, or one a writer left mid-transaction: clear
 // errors from the commands, a warning in the host log for what is lost, the hooks carry on as with
 // the service down, and nothing is rewritten.
