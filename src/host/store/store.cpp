@@ -167,11 +167,10 @@ Store Store::open(Access access, const std::string& root) {
 
 bool Store::unchanged() {
     if (!db_) return false;
+    // Where the file system cannot tell (Windows), an open database cannot be deleted either.
     int moved = 0;
-    if (sqlite3_file_control(db_->handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK ||
-        moved != 0) {
-        return false;
-    }
+    const int rc = sqlite3_file_control(db_->handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    if ((rc != SQLITE_OK && rc != SQLITE_NOTFOUND) || moved != 0) return false;
     return db_->integer_pragma("user_version") == schema::kVersion;
 }
 
