@@ -5,8 +5,8 @@
 namespace e2e {
 namespace {
 
-// A store as the first release left it: its schema, and a session of 6,000 turns ("long") among
-// the turns of another ("other"), with a prompt every 500 turns.
+// A store as the first release left it: its schema, a session of 6,000 turns ("long") among the
+// turns of another ("other"), with a prompt every 500 turns, and an understanding.
 constexpr const char* kVersion1Store = R"sql(
 PRAGMA journal_mode=WAL;
 CREATE TABLE understandings(id INTEGER PRIMARY KEY, target TEXT NOT NULL, scope TEXT NOT NULL, importance TEXT NOT NULL, purpose TEXT, auto_generated INTEGER NOT NULL, stored_at INTEGER NOT NULL, listing BLOB NOT NULL, UNIQUE(target, scope));
@@ -31,6 +31,7 @@ INSERT INTO turns SELECT i, CASE WHEN i % 10 = 5 THEN 'other' ELSE 'long' END, i
 FROM n;
 INSERT INTO sessions SELECT session_id, 'active', 0, CAST(strftime('%s', 'now') AS INTEGER) * 1000,
     NULL, count(*) FROM turns GROUP BY session_id;
+INSERT INTO understandings VALUES(1, 'src/f1.py', 'file', 'high', NULL, 0, 0, x'00');
 )sql";
 
 // What the first release answered for the long session (the first five distinct prompts, the last
@@ -51,6 +52,7 @@ TEST_F(Store, ALongSessionsContextIsTheSameAfterTheUpgrade) {
     const Args context = {"conversation", "context", "long", "--json"};
     expect_clean(host(context), kLongContext);
     EXPECT_EQ(sql_rows("PRAGMA user_version"), "2\n");
+    EXPECT_EQ(sql_rows("SELECT key, value FROM meta"), "understandings|1\n");
 
     // A file touched long ago becomes the latest; the others keep their order. Of the call, the
     // history keeps the first KiB of input and of result, whole characters only, and the activity

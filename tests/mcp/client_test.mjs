@@ -62,10 +62,12 @@ try {
       "Entry point of the paging service\nKey points:\n- main() starts the server\nGotchas:\n" +
       "- PORT comes from the environment");
 
-  // The server keeps its store open: an entry another process stores meanwhile is found by the
-  // next search, and the list comes a page at a time, the latest first.
-  execFileSync("orvane-tamblo", ["query", "understand", "--action=store", "--target=src/db.py",
-    "--purpose=Paging queries", "--importance=low"], { cwd: repo, env });
+  // The server keeps its store open: an entry another process stores (twice) meanwhile is found
+  // by the next search, and the list comes a page at a time, the latest first.
+  for (const importance of ["high", "low"]) {
+    execFileSync("orvane-tamblo", ["query", "understand", "--action=store", "--target=src/db.py",
+      "--purpose=Paging queries", `--importance=${importance}`], { cwd: repo, env });
+  }
   assert.equal(
     await call("understand", { action: "recall", query: "paging queries" }),
     "2 matches for \"paging queries\", best first:\n\n1. src/db.py (file, importance low)\n" +

@@ -48,8 +48,9 @@ constexpr std::array<Object, 8> kVersion1 = {
 
 // Version 2 makes what a session's context reads independent of the session's length (a turn's
 // activity and file sit behind its tool result in the row, so reading them for every turn read
-// every result) and records which sessions took turns without an id.
-constexpr std::array<const char*, 5> kToVersion2 = {
+// every result), records which sessions took turns without an id, and counts the understandings
+// (count(*) reads a whole index).
+constexpr std::array<const char*, 6> kToVersion2 = {
     // Turns logged without a session id: they went to whatever session was active.
     "ALTER TABLE sessions ADD COLUMN idless_turns INTEGER NOT NULL DEFAULT 0",
     // The first prompts and the latest tool turns of a session, straight from the index.
@@ -61,6 +62,7 @@ constexpr std::array<const char*, 5> kToVersion2 = {
     "last_turn INTEGER NOT NULL, UNIQUE(session_id, file), UNIQUE(session_id, last_turn))",
     "INSERT INTO session_files(session_id, file, last_turn) SELECT session_id, file, max(id) "
     "FROM turns WHERE file IS NOT NULL GROUP BY session_id, file",
+    "INSERT INTO meta(key, value) SELECT 'understandings', count(*) FROM understandings",
 };
 
 // What version 2 holds: the statements above leave these texts. Every hook run parses them all,

@@ -94,6 +94,8 @@ void Store::store_understanding(const Understanding& u) {
                                 "DELETE FROM understandings WHERE id=?1"}) {
             database.prepare(sql).bind(1, old.integer(0)).run();
         }
+    } else {
+        database.exec("UPDATE meta SET value=value+1 WHERE key='understandings'");
     }
     Statement insert = database.prepare(
         "INSERT INTO understandings(id, target, scope, importance, purpose, auto_generated, "
@@ -168,7 +170,7 @@ UnderstandingPage Store::understanding_page(std::size_t offset, std::size_t limi
     UnderstandingPage page;
     if (!db_) return page;
     Transaction transaction(*db_, false);
-    Statement count = db_->prepare("SELECT count(*) FROM understandings");
+    Statement count = db_->prepare("SELECT value FROM meta WHERE key='understandings'");
     if (count.step()) page.total = count.integer(0);
     Statement rows = db_->prepare(
         "SELECT scope, importance, listing FROM understandings ORDER BY id DESC "
