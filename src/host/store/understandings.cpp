@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <tuple>
 
 #include "host/store/freshness.hpp"
 #include "host/store/listing.hpp"
@@ -124,43 +123,40 @@ void Store::store_understanding(const Understanding& u) {
 std::optional<RecalledUnderstanding> Store::recall_understanding(
     std::string_view target, const std::optional<std::string>& scope) {
     if (!db_) return std::nullopt;
-    // One statement, so one consistent read and one statement to prepare, with no sorting for
-    // SQLite to plan: the hooks ask this at every file read, and preparing is much of what it
-    // costs. A target has an entry per scope, rarely more than one; the most recently stored one
-    // wins (ids follow the stores).
+    // The hooks ask this at every file read, and preparing statements is much of what it costs:
+    // plain ones, and no ORDER BY where a few rows can be compared here (SQLite's sorter is
+    // costly to plan). A target has an entry per scope, rarely more than one; the most recently
+    // stored one wins (ids follow the stores).
+    Transaction transaction(*db_, false);
     Statement rows = db_->prepare(
-        "SELECT u.id, u.scope, u.importance, u.purpose, u.auto_generated, u.stored_at, "
-        "u.listing, n.kind, n.position, n.text FROM understandings AS u "
-        "LEFT JOIN understanding_notes AS n ON n.understanding_id = u.id WHERE u.target = ?1");
+        "SELECT id, scope, importance, purpose, auto_generated, stored_at, listing "
+        "FROM understandings WHERE target = ?1");
     rows.bind(1, target);
     std::optional<RecalledUnderstanding> result;
     std::optional<FileRecord> file;
     std::int64_t id = 0;
-    std::vector<std::tuple<std::int64_t, std::int64_t, std::string>> notes;
     while (rows.step()) {
         if (scope && rows.text(1) != *scope) continue;
-        if (!result || rows.integer(0) > id) {
-            id = rows.integer(0);
-            result.emplace();
-            Understanding& u = result->understanding;
-            u.target = target;
-            u.scope = rows.text(1);
-            u.importance = rows.text(2);
-            u.purpose = rows.optional_text(3);
-            u.auto_generated = rows.integer(4) != 0;
-            u.stored_at_ms = rows.integer(5);
-            file = listing_of(rows, 6).file;
-            notes.clear();
-        }
-        if (rows.integer(0) == id && !rows.is_null(7)) {
-            notes.emplace_back(rows.integer(7), rows.integer(8), rows.text(9));
-        }
+        if (result && rows.integer(0) < id) continue;
+        id = rows.integer(0);
+        result.emplace();
+        Understanding& u = result->understanding;
+        u.target = target;
+        u.scope = rows.text(1);
+        u.importance = rows.text(2);
+        u.purpose = rows.optional_text(3);
+        u.auto_generated = rows.integer(4) != 0;
+        u.stored_at_ms = rows.integer(5);
+        file = listing_of(rows, 6).file;
     }
     if (!result) return result;
-    std::sort(notes.begin(), notes.end());
     Understanding& u = result->understanding;
-    for (auto& [kind, position, text] : notes) {
-        (kind == kGotcha ? u.gotchas : u.key_points).push_back(std::move(text));
+    Statement notes = db_->prepare(
+        "SELECT kind, text FROM understanding_notes WHERE understanding_id = ?1 "
+        "ORDER BY kind, position");
+    notes.bind(1, id);
+    while (notes.step()) {
+        (notes.integer(0) == kGotcha ? u.gotchas : u.key_points).emplace_back(notes.text(1));
     }
     if (file) result->fresh = still_fresh(location_.root, target, *file, u.stored_at_ms);
     return result;
