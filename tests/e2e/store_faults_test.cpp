@@ -114,7 +114,7 @@ TEST_F(Store, ConcurrentFirstTurnsAllGetIn) {
     }
 }
 
-// A writer holding the lock for 3.5 s (a long migration, a slow disk) while 128 turns arrive at
+// A writer holding the lock for 3.2 s (a long migration, a slow disk) while 128 turns arrive at
 // once: each waits within the 5 s the hook gives it, and none is lost.
 TEST_F(Store, ConcurrentWritersQueueBehindALongLock) {
     if (windows_build()) GTEST_SKIP() << "Wine starts 256 processes too slowly for the 5 s limit";
@@ -123,7 +123,7 @@ TEST_F(Store, ConcurrentWritersQueueBehindALongLock) {
     ASSERT_EQ(sqlite3_open(db().c_str(), &handle), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(handle, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
     std::thread holder([handle] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+        std::this_thread::sleep_for(std::chrono::milliseconds(3200));
         sqlite3_exec(handle, "COMMIT", nullptr, nullptr, nullptr);
         sqlite3_close(handle);
     });
