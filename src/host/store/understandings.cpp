@@ -166,7 +166,10 @@ UnderstandingPage Store::understanding_page(std::size_t offset, std::size_t limi
     UnderstandingPage page;
     if (!db_) return page;
     Transaction transaction(*db_, false);
-    Statement count = db_->prepare("SELECT value FROM meta WHERE key='understandings'");
+    // Kept by the stores; counted only should it be missing.
+    Statement count = db_->prepare(
+        "SELECT coalesce((SELECT value FROM meta WHERE key='understandings'), "
+        "(SELECT count(*) FROM understandings))");
     if (count.step()) page.total = count.integer(0);
     Statement rows = db_->prepare(
         "SELECT scope, importance, listing FROM understandings ORDER BY id DESC "
