@@ -73,9 +73,10 @@ TEST_F(Store, ALongSessionsContextIsTheSameAfterTheUpgrade) {
         R"("src/f29.py", "src/f26.py", "src/f25.py", "src/f23.py", "src/f22.py", "src/f19.py", )"
         R"("src/f17.py", "src/f16.py", "src/f14.py", "src/f13.py", "src/f11.py"]})"
         "\n");
-    EXPECT_EQ(sql_rows("SELECT length(CAST(tool_input AS BLOB)), length(CAST(tool_result AS BLOB)), "
-                       "substr(tool_input, 1020) FROM turns WHERE id > 6000"),
-              "1024|1023|ccccc\n");
+    EXPECT_EQ(
+        sql_rows("SELECT length(CAST(tool_input AS BLOB)), length(CAST(tool_result AS BLOB)), "
+                 "substr(tool_input, 1020) FROM turns WHERE id > 6000"),
+        "1024|1023|ccccc\n");
 }
 
 // Cursor's prompt and tool hooks carry no session id, so its turns go to the most recent active
@@ -90,7 +91,8 @@ TEST_F(Store, ASessionEndWithAnUnknownIdEndsTheIdlessSession) {
     const std::string cursor_id =
         sql_rows("SELECT id FROM sessions").substr(0, 36);  // the generated one
     turn("user", R"({"session_id": "claude-1", "prompt": "Add paging"})");
-    for (const char* end : {R"({"session_id": "cursor-7f3a"})", R"({"session_id": "cursor-8b2c"})"}) {
+    for (const char* end :
+         {R"({"session_id": "cursor-7f3a"})", R"({"session_id": "cursor-8b2c"})"}) {
         expect_clean(real_hook("finalize", end), "");
     }
     EXPECT_EQ(sql_rows("SELECT id, status, turns FROM sessions ORDER BY rowid"),

@@ -20,7 +20,7 @@ std::set<std::string> names_in(const fs::path& dir) {
 
 const std::string kLogged = "{\"logged\": true, \"session_id\": \"s1\"}\n";
 const Args kLogTurn = {"conversation", "log-turn", "--session-id=s1", "--type", "user",
-                       "--prompt", "x"};
+                       "--prompt",     "x"};
 
 // Whatever the free space when the first write creates the store, it works or fails as a full
 // disk, leaving no temporary file and no half-written store; once space is freed, the next write
@@ -51,7 +51,8 @@ TEST_F(Store, AFullDiskWhileCreatingLeavesNothingBehind) {
                          "memory/codebase-index/orvane.db: database or disk is full\n",
                          1);
             for (const auto& name : names_in(dir)) {
-                EXPECT_TRUE(name == ".gitignore" || name == "filler" || name.starts_with("orvane.db"))
+                EXPECT_TRUE(name == ".gitignore" || name == "filler" ||
+                            name.starts_with("orvane.db"))
                     << name;
                 EXPECT_FALSE(name.starts_with("orvane.db.new-")) << name;
             }
@@ -102,10 +103,9 @@ TEST_F(Store, ConcurrentFirstTurnsAllGetIn) {
             fs::create_directories(db().parent_path());
             write_file(db(), "");
         }
-        for (const HookRun& r :
-             run_together(32, {"hooks", "log-conversation", "--type", "user"},
-                          {.stdin_data = R"({"session_id": "s1", "prompt": "x"})",
-                           .real_host = true})) {
+        for (const HookRun& r : run_together(
+                 32, {"hooks", "log-conversation", "--type", "user"},
+                 {.stdin_data = R"({"session_id": "s1", "prompt": "x"})", .real_host = true})) {
             expect_clean(r, "");
         }
         EXPECT_EQ(sql_rows("SELECT status, turns FROM sessions"), "active|32\n") << host_log();
@@ -127,9 +127,9 @@ TEST_F(Store, ConcurrentWritersQueueBehindALongLock) {
         sqlite3_exec(handle, "COMMIT", nullptr, nullptr, nullptr);
         sqlite3_close(handle);
     });
-    const auto runs = run_together(128, {"hooks", "log-conversation", "--type", "user"},
-                                   {.stdin_data = R"({"session_id": "s1", "prompt": "y"})",
-                                    .real_host = true});
+    const auto runs =
+        run_together(128, {"hooks", "log-conversation", "--type", "user"},
+                     {.stdin_data = R"({"session_id": "s1", "prompt": "y"})", .real_host = true});
     holder.join();
     for (const HookRun& r : runs) expect_clean(r, "");
     const HookRun list = host({"conversation", "list", "--json"});

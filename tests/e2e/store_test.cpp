@@ -214,7 +214,8 @@ TEST_F(Store, CorruptAndReadOnlyDatabasesAreLeftAlone) {
              if (::fork() == 0) {
                  sqlite3* handle = nullptr;
                  sqlite3_open(db().c_str(), &handle);
-                 sqlite3_exec(handle, "PRAGMA journal_mode=DELETE; BEGIN; DELETE FROM understandings",
+                 sqlite3_exec(handle,
+                              "PRAGMA journal_mode=DELETE; BEGIN; DELETE FROM understandings",
                               nullptr, nullptr, nullptr);
                  _exit(0);
              }

@@ -92,8 +92,8 @@ store::Store& Tools::store(bool write) {
     if (store_ && !store_->unchanged()) store_.reset();
     if (store_ && (writable_ || !write)) return *store_;
     store_.reset();
-    store_ = store::Store::open(write ? store::Store::Access::write : store::Store::Access::read,
-                                root_);
+    store_ =
+        store::Store::open(write ? store::Store::Access::write : store::Store::Access::read, root_);
     writable_ = write;
     return *store_;
 }

@@ -137,8 +137,8 @@ State inspect(Database& db) {
         foreign(db, "is not an orvane-tamblo store");
     }
     // Each version knows its own objects, and nothing else may be there.
-    const std::size_t objects = version == 1 ? check_objects(db, kVersion1)
-                                             : check_objects(db, kVersion2);
+    const std::size_t objects =
+        version == 1 ? check_objects(db, kVersion1) : check_objects(db, kVersion2);
     if (version == 0 && application == 0 && objects == 0) return State::empty;
     if (application != kApplicationId) foreign(db, "is not an orvane-tamblo store");
     if (version < 1) foreign(db, "has no schema version");

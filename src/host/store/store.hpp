@@ -168,7 +168,7 @@ class Store {
 
     StoreLocation location_;
     std::optional<Database> db_;
-    bool search_index_ = false;       // built in this connection
+    bool search_index_ = false;      // built in this connection
     std::int64_t search_up_to_ = 0;  // the last entry it holds
 };
 

@@ -177,9 +177,8 @@ UnderstandingPage Store::understanding_page(std::size_t offset, std::size_t limi
     rows.bind(1, static_cast<std::int64_t>(limit)).bind(2, static_cast<std::int64_t>(offset));
     while (rows.step()) {
         const Listing listing = listing_of(rows, 2);
-        const bool fresh =
-            !listing.file ||
-            still_fresh(location_.root, listing.target, *listing.file, listing.stored_at_ms);
+        const bool fresh = !listing.file || still_fresh(location_.root, listing.target,
+                                                        *listing.file, listing.stored_at_ms);
         page.entries.push_back({std::string(rows.text(0)), std::string(listing.target),
                                 std::string(rows.text(1)), fresh});
     }
