@@ -3,7 +3,9 @@
 #include <sqlite3.h>
 
 #include <cmath>
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include "host/store/schema.hpp"
 #include "platform/clock.hpp"
@@ -68,15 +70,29 @@ void remove_leftovers(const std::string& dir) {
 // The store runs in WAL mode. A database not in it yet (a new file, a zero-length one somebody
 // left, a store an earlier release adopted from such a file) is switched with its rollback
 // journal in memory: a journal file beside the store would make every other run refuse it.
+// Runs racing to switch the same file lock each other out in ways SQLite answers with an
+// immediate "locked" rather than a wait (waiting could deadlock): they try again, within the time
+// a writer may wait for a lock.
 void use_wal(Database& db) {
-    {
-        Statement mode = db.prepare("PRAGMA journal_mode");
-        if (mode.step() && mode.text(0) == "wal") return;
-    }
-    db.exec("PRAGMA journal_mode=MEMORY");
-    Statement wal = db.prepare("PRAGMA journal_mode=WAL");
-    if (!wal.step() || wal.text(0) != "wal") {
-        throw StoreError(db.name() + ": cannot be switched to WAL mode");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(4500);
+    for (int attempt = 0;; ++attempt) {
+        try {
+            {
+                Statement mode = db.prepare("PRAGMA journal_mode");
+                if (mode.step() && mode.text(0) == "wal") return;
+            }
+            db.exec("PRAGMA journal_mode=MEMORY");
+            Statement wal = db.prepare("PRAGMA journal_mode=WAL");
+            if (wal.step() && wal.text(0) == "wal") return;
+            throw StoreError(db.name() + ": cannot be switched to WAL mode");
+        } catch (const StoreError&) {
+            const int code = sqlite3_errcode(db.handle());
+            if ((code != SQLITE_BUSY && code != SQLITE_LOCKED) ||
+                std::chrono::steady_clock::now() > deadline) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(attempt < 4 ? 1 << attempt : 20));
     }
 }
 
