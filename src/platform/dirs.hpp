@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace platform {
 
@@ -19,6 +20,9 @@ bool remove_empty_directory(const std::string& path) noexcept;
 // it is written to a temporary file beside `path` and then linked into place, so a concurrent
 // reader never sees a partial file. Throws OsError for any other failure.
 bool create_file_no_replace(const std::string& path, std::string_view content);
+
+// The names in the directory `dir`, in no particular order, without "." and "..". Throws OsError.
+std::vector<std::string> list_directory(const std::string& dir);
 
 }  // namespace platform
 

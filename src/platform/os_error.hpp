@@ -17,4 +17,8 @@ class OsError : public std::runtime_error {
     int code_;
 };
 
+// Whether the system's error code (errno; a Windows error code on Windows) says that the disk, or
+// the space the process may use on it, is full.
+bool is_disk_full(int code);
+
 }  // namespace platform

@@ -62,6 +62,25 @@ try {
       "Entry point of the paging service\nKey points:\n- main() starts the server\nGotchas:\n" +
       "- PORT comes from the environment");
 
+  // The server keeps its store open: an entry another process stores (twice) meanwhile is found
+  // by the next search, and the list comes a page at a time, the latest first.
+  for (const importance of ["high", "low"]) {
+    execFileSync("orvane-tamblo", ["query", "understand", "--action=store", "--target=src/db.py",
+      "--purpose=Paging queries", `--importance=${importance}`], { cwd: repo, env });
+  }
+  assert.equal(
+    await call("understand", { action: "recall", query: "paging queries" }),
+    "2 matches for \"paging queries\", best first:\n\n1. src/db.py (file, importance low)\n" +
+      "Purpose: Paging queries\n\n2. src/app.py (file, importance high)\nPurpose: " +
+      "Entry point of the paging service\nKey points:\n- main() starts the server\nGotchas:\n" +
+      "- PORT comes from the environment");
+  assert.equal(await call("understand", { action: "list", limit: 1 }),
+    "2 cached understandings, the most recently stored first (1-1 shown):\n" +
+      "- [low] src/db.py (file)\nMore: understand(action=\"list\", offset=1).");
+  assert.equal(await call("understand", { action: "list", limit: 1, offset: 1 }),
+    "2 cached understandings, the most recently stored first (2-2 shown):\n" +
+      "- [high] src/app.py (file)");
+
   assert.equal(
     await call("remember", { action: "store", key: "decision/storage", value: "SQLite in the repo" }),
     "Remembered \"decision/storage\".");
@@ -79,7 +98,8 @@ try {
     '{"hookSpecificOutput": {"hookEventName": "PreToolUse", "additionalContext": "Cached ' +
       "understanding exists for `src/app.py` \\u2014 consider `understand(action=\\\"recall\\\", " +
       'target=\\"src/app.py\\")` before reading the full file (saves tokens)."}}\n');
-  console.log("ok: initialize, tools/list, understand store, recall and search, remember, check-cache");
+  console.log("ok: initialize, tools/list, understand store, recall, search and list, remember, " +
+    "check-cache");
 } finally {
   rmSync(work, { recursive: true, force: true });
 }

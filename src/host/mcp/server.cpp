@@ -124,8 +124,8 @@ Json Server::handle_request(const std::string& method, const Json& params) {
             throw RpcError(RpcCode::invalid_params, "\"arguments\" must be an object");
         }
         const Json no_arguments = Json::object();
-        return call_tool(name->as_string(),
-                         arguments && arguments->is_object() ? *arguments : no_arguments, root_);
+        return tools_.call(name->as_string(),
+                           arguments && arguments->is_object() ? *arguments : no_arguments);
     }
     throw RpcError(RpcCode::method_not_found, "Method not found: " + method);
 }

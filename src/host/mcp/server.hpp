@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/mcp/tools.hpp"
 #include "support/json.hpp"
 
 namespace host::mcp {
@@ -24,6 +25,7 @@ class Server {
     support::Json initialize(const support::Json& params);
 
     std::string root_ = ".";
+    Tools tools_{root_};
 };
 
 // Serves MCP on standard input and output until the client closes its end; returns the exit

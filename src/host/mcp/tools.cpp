@@ -15,7 +15,7 @@ constexpr const char* kToolList = R"json([
   {
     "name": "understand",
     "title": "AI cache of this repository",
-    "description": "What earlier sessions learned about this repository's files and modules. action=\"recall\" with a target gives the cached understanding of that target (purpose, key points, gotchas) and whether the file changed since it was stored; with a query instead of a target it searches every cached understanding. action=\"store\" caches what you learned about a target; for a file, scope \"file\" and its path relative to the repository root. action=\"list\" lists the cached targets, stale ones first.",
+    "description": "What earlier sessions learned about this repository's files and modules. action=\"recall\" with a target gives the cached understanding of that target (purpose, key points, gotchas) and whether the file changed since it was stored; with a query instead of a target it searches every cached understanding. action=\"store\" caches what you learned about a target; for a file, scope \"file\" and its path relative to the repository root. action=\"list\" lists the cached targets, the most recently stored first, a page at a time (limit, offset), and marks the stale ones.",
     "inputSchema": {
       "type": "object",
       "properties": {
@@ -27,7 +27,8 @@ constexpr const char* kToolList = R"json([
         "gotchas": {"type": "array", "items": {"type": "string"}, "description": "store: traps, surprises, invariants"},
         "importance": {"type": "string", "enum": ["high", "medium", "low"], "description": "store: default \"medium\""},
         "query": {"type": "string", "description": "recall without a target: words to search for in targets, purposes, key points and gotchas"},
-        "limit": {"type": "integer", "minimum": 1, "maximum": 200, "description": "recall with a query, list: at most this many (default 10, 50)"}
+        "limit": {"type": "integer", "minimum": 1, "maximum": 200, "description": "recall with a query, list: at most this many (default 10, 50)"},
+        "offset": {"type": "integer", "minimum": 0, "description": "list: skip this many, for the next page (default 0)"}
       },
       "required": ["action"],
       "additionalProperties": false
@@ -85,10 +86,23 @@ std::string describe(const store::RecalledUnderstanding& recalled, bool with_sta
     return out;
 }
 
-Json understand(const Json& arguments, const std::string& root) {
+}  // namespace
+
+store::Store& Tools::store(bool write) {
+    if (store_ && !store_->unchanged()) store_.reset();
+    if (store_ && (writable_ || !write)) return *store_;
+    store_.reset();
+    store_ =
+        store::Store::open(write ? store::Store::Access::write : store::Store::Access::read, root_);
+    writable_ = write;
+    return *store_;
+}
+
+Json Tools::understand(const Json& arguments) {
+    const std::string& root = root_;
     const Arguments args("understand", arguments,
                          {"action", "target", "scope", "purpose", "key_points", "gotchas",
-                          "importance", "query", "limit"});
+                          "importance", "query", "limit", "offset"});
     const auto action = args.choice("action", {"store", "recall", "list"});
     if (!action)
         throw RpcError(RpcCode::invalid_params,
@@ -97,6 +111,7 @@ Json understand(const Json& arguments, const std::string& root) {
     const auto scope = args.text("scope");
     const auto query = args.text("query");
     const auto limit = args.integer("limit", 1, 200);
+    const auto offset = args.integer("offset", 0, 999999999);
 
     if (*action == "store") {
         store::Understanding u;
@@ -108,7 +123,7 @@ Json understand(const Json& arguments, const std::string& root) {
         u.purpose = args.text("purpose");
         u.key_points = args.texts("key_points");
         u.gotchas = args.texts("gotchas");
-        store::Store::open(store::Store::Access::write, root).store_understanding(u);
+        store(true).store_understanding(u);
         return text_result("Stored the understanding of " + u.target + " (" + u.scope +
                            ", importance " + u.importance +
                            "). Later sessions are pointed to it before they read the file.");
@@ -121,9 +136,8 @@ Json understand(const Json& arguments, const std::string& root) {
     if (*action == "recall") {
         if (auto target = args.text("target"); target && !target->empty()) {
             const std::string wanted = normalize_target(root, *target);
-            auto store = store::Store::open(store::Store::Access::read, root);
-            const auto recalled =
-                store.recall_understanding(wanted, scope && !scope->empty() ? scope : std::nullopt);
+            const auto recalled = store(false).recall_understanding(
+                wanted, scope && !scope->empty() ? scope : std::nullopt);
             if (!recalled) {
                 return text_result("Nothing is cached for " + wanted +
                                    ". After reading it, cache what you "
@@ -138,8 +152,7 @@ Json understand(const Json& arguments, const std::string& root) {
                            "Invalid arguments for understand: action \"recall\" needs a "
                            "\"target\" (a file path) or a \"query\" (words to search for)");
         }
-        auto store = store::Store::open(store::Store::Access::read, root);
-        const auto found = store.search_understandings(*query, limit.value_or(10));
+        const auto found = store(false).search_understandings(*query, limit.value_or(10));
         if (found.empty()) {
             return text_result("No cached understanding matches " + quoted(*query) + ".");
         }
@@ -152,28 +165,36 @@ Json understand(const Json& arguments, const std::string& root) {
         return text_result(out);
     }
 
-    auto store = store::Store::open(store::Store::Access::read, root);
-    const auto stats = store.understanding_stats(limit.value_or(50), true);
-    if (stats.total == 0) {
+    const auto first = static_cast<std::size_t>(offset.value_or(0));
+    const auto page = store(false).understanding_page(first, limit.value_or(50));
+    if (page.total == 0) {
         return text_result(
             "Nothing is cached yet. After analyzing a file: understand("
             "action=\"store\", scope=\"file\", target=\"...\", purpose=\"...\", "
             "key_points=[...], gotchas=[...]).");
     }
-    std::string out = std::to_string(stats.total) +
-                      (stats.total == 1 ? " cached understanding" : " cached understandings");
-    if (static_cast<std::int64_t>(stats.entries.size()) < stats.total) {
-        out += " (showing " + std::to_string(stats.entries.size()) + ", stale ones first)";
+    std::string out = std::to_string(page.total) +
+                      (page.total == 1 ? " cached understanding" : " cached understandings") +
+                      ", the most recently stored first";
+    if (page.entries.empty()) {
+        return text_result(out + "; none from " + std::to_string(first + 1) + " on.");
+    }
+    const std::size_t last = first + page.entries.size();
+    if (first > 0 || static_cast<std::int64_t>(last) < page.total) {
+        out += " (" + std::to_string(first + 1) + "-" + std::to_string(last) + " shown)";
     }
     out += ":";
-    for (const store::StatsEntry& entry : stats.entries) {
+    for (const store::StatsEntry& entry : page.entries) {
         out += "\n- [" + entry.importance + "] " + entry.target + " (" + entry.scope + ")" +
                (entry.fresh ? "" : " [STALE]");
+    }
+    if (static_cast<std::int64_t>(last) < page.total) {
+        out += "\nMore: understand(action=\"list\", offset=" + std::to_string(last) + ").";
     }
     return text_result(out);
 }
 
-Json remember(const Json& arguments, const std::string& root) {
+Json Tools::remember(const Json& arguments) {
     const Arguments args("remember", arguments, {"action", "key", "value"});
     const auto action = args.choice("action", {"store", "recall", "list"});
     if (!action)
@@ -187,13 +208,13 @@ Json remember(const Json& arguments, const std::string& root) {
             throw RpcError(RpcCode::invalid_params,
                            "Invalid arguments for remember: action \"store\" needs \"value\"");
         }
-        store::Store::open(store::Store::Access::write, root).remember(key, *value);
+        store(true).remember(key, *value);
         return text_result("Remembered " + quoted(key) + ".");
     }
     args.text("value");
     if (*action == "recall") {
         const std::string key = args.required_text("key", "action \"recall\"");
-        const auto memory = store::Store::open(store::Store::Access::read, root).recall_memory(key);
+        const auto memory = store(false).recall_memory(key);
         if (!memory) {
             return text_result("Nothing is remembered under " + quoted(key) +
                                ". remember(action=\"list\") shows what is.");
@@ -201,7 +222,7 @@ Json remember(const Json& arguments, const std::string& root) {
         return text_result(quoted(key) + ": " + memory->value);
     }
     args.text("key");
-    const auto memories = store::Store::open(store::Store::Access::read, root).list_memories();
+    const auto memories = store(false).list_memories();
     if (memories.empty()) {
         return text_result(
             "No memories yet. remember(action=\"store\", key=\"...\", "
@@ -215,17 +236,16 @@ Json remember(const Json& arguments, const std::string& root) {
     return text_result(out);
 }
 
-}  // namespace
-
 Json tool_list() {
     return support::parse_json(kToolList);
 }
 
-Json call_tool(std::string_view name, const Json& arguments, const std::string& root) {
+Json Tools::call(std::string_view name, const Json& arguments) {
     try {
-        if (name == "understand") return understand(arguments, root);
-        if (name == "remember") return remember(arguments, root);
+        if (name == "understand") return understand(arguments);
+        if (name == "remember") return remember(arguments);
     } catch (const store::StoreError& e) {
+        store_.reset();  // whatever went wrong, the next call starts afresh
         return text_result(std::string("The store failed: ") + e.what(), true);
     }
     throw RpcError(RpcCode::invalid_params, "Unknown tool: " + std::string(name));

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "host/store/store.hpp"
 #include "support/json.hpp"
 
 namespace host::mcp {
@@ -10,10 +12,28 @@ namespace host::mcp {
 // The "tools" list of tools/list: understand and remember, each with its input schema.
 support::Json tool_list();
 
-// The result of tools/call for the tool `name`, serving the store of the repository `root`.
-// Unknown tools and missing or mistyped arguments throw RpcError (invalid params); a failure of
-// the store is a result with "isError", whose text says what went wrong.
-support::Json call_tool(std::string_view name, const support::Json& arguments,
-                        const std::string& root);
+// The tools over the store of the repository `root`. The server lives for the agent's whole
+// session, so the store stays open from call to call (opening it is most of a short call's cost,
+// and its search index lives in the connection); it is opened again when it was created,
+// replaced or migrated since.
+class Tools {
+  public:
+    explicit Tools(std::string root) : root_(std::move(root)) {}
+
+    // The result of tools/call for the tool `name`. Unknown tools and missing or mistyped
+    // arguments throw RpcError (invalid params); a failure of the store is a result with
+    // "isError", whose text says what went wrong.
+    support::Json call(std::string_view name, const support::Json& arguments);
+
+  private:
+    // The open store, for writing when `write` (which creates it when missing).
+    store::Store& store(bool write);
+    support::Json understand(const support::Json& arguments);
+    support::Json remember(const support::Json& arguments);
+
+    std::string root_;
+    std::optional<store::Store> store_;
+    bool writable_ = false;
+};
 
 }  // namespace host::mcp

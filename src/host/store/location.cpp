@@ -82,8 +82,16 @@ StoreLocation locate_store(const std::string& root_dir, bool create) {
             default:
                 refuse(shown, "is not a regular file");
         }
-        // SQLite opens these beside the database; none may be a link, a FIFO or a device.
-        for (const char* suffix : {"-wal", "-shm", "-journal"}) {
+        // The store runs in WAL mode and never writes a rollback journal. One beside it was left by
+        // another program that died mid-transaction, and SQLite would play it back into the
+        // database at the first write, undoing whatever it likes: the files are not ours to touch.
+        if (platform::path_kind(location.db_path + "-journal") != platform::PathKind::missing) {
+            refuse(shown + "-journal",
+                   "is a rollback journal left by another program; it and the database are left "
+                   "as they are");
+        }
+        // SQLite opens these beside the database; neither may be a link, a FIFO or a device.
+        for (const char* suffix : {"-wal", "-shm"}) {
             const auto kind = platform::path_kind(location.db_path + suffix);
             if (kind != platform::PathKind::missing && kind != platform::PathKind::regular) {
                 refuse(shown + suffix, "is not a regular file");

@@ -18,10 +18,11 @@ struct StoreLocation {
 bool is_inside(const std::string& root, const std::string& path);
 
 // Finds the store under `root` without ever leaving the repository: memory, memory/codebase-index
-// and orvane.db may be symbolic links only to places inside it, and SQLite's companion files
-// (-wal, -shm, -journal) must be missing or regular files. With `create`, missing directories are
-// made (never through a link) and a .gitignore holding "*" is put beside a database that is about
-// to be created, so that the store never lands in the user's commits. Throws StoreError.
+// and orvane.db may be symbolic links only to places inside it, SQLite's companion files (-wal,
+// -shm) must be missing or regular files, and no rollback journal (-journal) may lie beside it.
+// With `create`, missing directories are made (never through a link) and a .gitignore holding "*"
+// is put beside a database that is about to be created, so that the store never lands in the
+// user's commits. Throws StoreError.
 StoreLocation locate_store(const std::string& root, bool create);
 
 }  // namespace host::store

@@ -7,7 +7,7 @@
 namespace host::store::schema {
 
 // The schema this release reads and writes (PRAGMA user_version).
-inline constexpr std::int64_t kVersion = 1;
+inline constexpr std::int64_t kVersion = 2;
 // Marks the file as ours (PRAGMA application_id): "OrvT".
 inline constexpr std::int64_t kApplicationId = 0x4f727654;
 
@@ -18,7 +18,7 @@ enum class State {
 };
 
 // Reads the marks and the objects of the database. Throws StoreError for a database that is not
-// ours, comes from a newer release, or holds anything this release's schema does not.
+// ours, comes from a newer release, or holds anything its version's schema does not.
 State inspect(Database& db);
 
 // Brings an empty or older database to kVersion inside one write transaction; a concurrent run

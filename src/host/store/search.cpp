@@ -39,26 +39,42 @@ std::string match_expression(std::string_view query) {
 
 }  // namespace
 
+std::int64_t Store::update_search_index() {
+    if (!search_index_) {
+        db_->exec(
+            "CREATE VIRTUAL TABLE temp.understanding_search USING "
+            "fts5(target, purpose, notes, tokenize='unicode61 remove_diacritics 2')");
+        search_index_ = true;
+    }
+    // A replaced entry comes back under a new id; its old row in the index matches nothing in
+    // understandings any more, and the search's join drops it.
+    Statement changed = db_->prepare(
+        "SELECT id, target, coalesce(purpose, ''), coalesce((SELECT group_concat(text, "
+        "char(10)) FROM understanding_notes WHERE understanding_id = understandings.id), '') "
+        "FROM understandings WHERE id > ?1 ORDER BY id");
+    changed.bind(1, search_up_to_);
+    Statement add = db_->prepare(
+        "INSERT INTO temp.understanding_search(rowid, target, purpose, notes) "
+        "VALUES(?1, ?2, ?3, ?4)");
+    std::int64_t up_to = search_up_to_;
+    while (changed.step()) {
+        add.bind(1, changed.integer(0)).bind(2, changed.text(1)).bind(3, changed.text(2));
+        add.bind(4, changed.text(3)).run();
+        add.reset();
+        up_to = changed.integer(0);
+    }
+    return up_to;
+}
+
 std::vector<RecalledUnderstanding> Store::search_understandings(std::string_view query,
                                                                 std::size_t limit) {
     std::vector<RecalledUnderstanding> found;
     const std::string expression = match_expression(query);
     if (!db_ || expression.empty() || limit == 0) return found;
-    // A scratch index in the connection's own temporary database: the store's schema stays as it
-    // is, and the index always holds exactly what is stored. Building it takes milliseconds for
-    // thousands of entries, once per search, which no hook ever makes.
-    db_->exec(
-        "CREATE VIRTUAL TABLE IF NOT EXISTS temp.understanding_search USING "
-        "fts5(target, purpose, notes, tokenize='unicode61 remove_diacritics 2')");
     std::vector<std::pair<std::string, std::string>> hits;
     {
         Transaction transaction(*db_, false);
-        db_->exec("DELETE FROM temp.understanding_search");
-        db_->exec(
-            "INSERT INTO temp.understanding_search(rowid, target, purpose, notes) "
-            "SELECT id, target, coalesce(purpose, ''), coalesce((SELECT group_concat(text, "
-            "char(10)) FROM understanding_notes WHERE understanding_id = understandings.id), '') "
-            "FROM understandings");
+        const std::int64_t up_to = update_search_index();
         // A hit in the target weighs most, then the purpose, then the key points and gotchas.
         Statement rows = db_->prepare(
             "SELECT u.target, u.scope FROM temp.understanding_search "
@@ -67,6 +83,9 @@ std::vector<RecalledUnderstanding> Store::search_understandings(std::string_view
             "ORDER BY bm25(understanding_search, 3.0, 2.0, 1.0), u.stored_at DESC LIMIT ?2");
         rows.bind(1, expression).bind(2, static_cast<std::int64_t>(limit));
         while (rows.step()) hits.emplace_back(rows.text(0), rows.text(1));
+        rows.reset();
+        transaction.commit();  // keeps what the index took in
+        search_up_to_ = up_to;
     }
     for (const auto& [target, scope] : hits) {
         if (auto recalled = recall_understanding(target, scope)) {

@@ -2,30 +2,40 @@
 
 #include <sqlite3.h>
 
-#include <chrono>
 #include <thread>
 #include <utility>
+
+#include "platform/os_error.hpp"
 
 namespace host::store {
 
 namespace {
 
-// Long enough for a queue of concurrent hook runs, short enough to answer before the hooks' own
-// time limits (5 s for a turn) with a clear "locked" error.
-constexpr int kBusyTimeoutMs = 3000;
-// About 256 KiB of 4 KiB pages: a later run reads at most that much of the WAL to open it, and a
-// writer pays a checkpoint's fsyncs once per that much written.
-constexpr int kCheckpointFrames = 64;
+// How long a run waits for a lock another run holds. The hooks give `conversation log-turn` 5 s,
+// whether its process is forked or executed; what is left after this wait is room to start, write
+// and answer. Wall time, not the sum of the sleeps: on a loaded machine every sleep overruns, and
+// SQLite's own busy time-out would then outlast the hook's limit.
+constexpr auto kLockWait = std::chrono::milliseconds(4500);
+// About 128 KiB of 4 KiB pages, four or five turns: a later run reads at most that much of the WAL
+// to open it (SQLite rebuilds the WAL's index from it, some 6,000 instructions a page, the largest
+// part of a short read once the WAL has grown), and a writer pays a checkpoint's fsyncs once per
+// that much written.
+constexpr int kCheckpointFrames = 32;
 // A checkpoint waits this long for readers to finish before leaving the work to a later writer.
-constexpr int kCheckpointWaitMs = 200;
+constexpr auto kCheckpointWait = std::chrono::milliseconds(200);
 // Opening for writing, tried this often (waiting 20, 40, ... ms between) before giving up.
 constexpr int kWriteOpenAttempts = 5;
 // No text this program stores comes near this; a crafted database cannot make us allocate more.
 constexpr int kMaxValueBytes = 16 * 1024 * 1024;
 
 std::string describe(sqlite3* db, const std::string& name) {
-    const char* message = db != nullptr ? sqlite3_errmsg(db) : "out of memory";
-    return name + ": " + message;
+    if (db == nullptr) return name + ": out of memory";
+    // SQLite names a full disk only for some writes; running out of space while it sizes its
+    // shared-memory file, say, comes back as "disk I/O error".
+    if (platform::is_disk_full(sqlite3_system_errno(db))) {
+        return name + ": " + sqlite3_errstr(SQLITE_FULL);
+    }
+    return name + ": " + sqlite3_errmsg(db);
 }
 
 // Library settings, made once before the first connection opens.
@@ -75,7 +85,8 @@ Database::Database(const std::string& path, std::string name, Mode mode) : name_
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20 * attempt));
     }
-    sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+    allow_wait(kLockWait);
+    hook_callbacks();
     sqlite3_extended_result_codes(db_, 1);
     // The file may come from a cloned repository: use it as SQLite advises for databases of
     // unknown origin. No schema object may call functions with side effects, run as a trigger or
@@ -91,10 +102,8 @@ Database::Database(const std::string& path, std::string name, Mode mode) : name_
         // WAL's index by reading the whole WAL. A checkpoint at every close would cost each write
         // two fsyncs (milliseconds on a real disk); none at all would make every later run read
         // an ever longer WAL. So writers let it grow to kCheckpointFrames and then checkpoint it
-        // down to nothing (see commit). A new database is checkpointed at its close: it must be
-        // whole in its file before it is linked into place.
+        // down to nothing (see commit).
         sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-        sqlite3_wal_hook(db_, &Database::count_wal_frames, this);
     }
     sqlite3_limit(db_, SQLITE_LIMIT_LENGTH, kMaxValueBytes);
     sqlite3_limit(db_, SQLITE_LIMIT_ATTACHED, 0);
@@ -103,8 +112,9 @@ Database::Database(const std::string& path, std::string name, Mode mode) : name_
 Database::Database(Database&& other) noexcept
     : db_(std::exchange(other.db_, nullptr)),
       name_(std::move(other.name_)),
-      wal_frames_(other.wal_frames_) {
-    if (db_ != nullptr) sqlite3_wal_hook(db_, &Database::count_wal_frames, this);
+      wal_frames_(other.wal_frames_),
+      wait_until_(other.wait_until_) {
+    hook_callbacks();
 }
 
 Database& Database::operator=(Database&& other) noexcept {
@@ -113,9 +123,33 @@ Database& Database::operator=(Database&& other) noexcept {
         db_ = std::exchange(other.db_, nullptr);
         name_ = std::move(other.name_);
         wal_frames_ = other.wal_frames_;
-        if (db_ != nullptr) sqlite3_wal_hook(db_, &Database::count_wal_frames, this);
+        wait_until_ = other.wait_until_;
+        hook_callbacks();
     }
     return *this;
+}
+
+// The callbacks get `this`, which a move changes.
+void Database::hook_callbacks() {
+    if (db_ == nullptr) return;
+    sqlite3_busy_handler(db_, &Database::wait_for_lock, this);
+    if (!sqlite3_db_readonly(db_, "main")) sqlite3_wal_hook(db_, &Database::count_wal_frames, this);
+}
+
+void Database::allow_wait(std::chrono::milliseconds wait) {
+    wait_until_ = std::chrono::steady_clock::now() + wait;
+}
+
+int Database::wait_for_lock(void* self, int attempt) {
+    const auto left = static_cast<Database*>(self)->wait_until_ - std::chrono::steady_clock::now();
+    if (left <= left.zero()) return 0;
+    // Most locks are held for a millisecond or two: poll often at first, then every 20 ms, which
+    // keeps a queue of a hundred waiters moving without a storm of attempts.
+    constexpr int kPollMs[] = {1, 1, 2, 2, 5, 5, 10, 10};
+    const auto poll = std::chrono::milliseconds(
+        attempt < static_cast<int>(std::size(kPollMs)) ? kPollMs[attempt] : 20);
+    std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(poll, left));
+    return 1;
 }
 
 int Database::count_wal_frames(void* self, sqlite3* /*db*/, const char* /*schema*/, int frames) {
@@ -126,9 +160,17 @@ int Database::count_wal_frames(void* self, sqlite3* /*db*/, const char* /*schema
 void Database::checkpoint_when_due() {
     if (wal_frames_ < kCheckpointFrames) return;
     // Busy (a reader still in the WAL) only postpones it to a later writer.
-    sqlite3_busy_timeout(db_, kCheckpointWaitMs);
+    allow_wait(kCheckpointWait);
     sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
-    sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+    wal_frames_ = 0;
+}
+
+void Database::checkpoint() {
+    allow_wait(kLockWait);
+    if (sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr) !=
+        SQLITE_OK) {
+        fail();
+    }
     wal_frames_ = 0;
 }
 
@@ -137,10 +179,12 @@ Database::~Database() {
 }
 
 void Database::exec(const char* sql) {
+    allow_wait(kLockWait);
     if (sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail();
 }
 
 Statement Database::prepare(std::string_view sql) {
+    allow_wait(kLockWait);
     sqlite3_stmt* stmt = nullptr;
     if (sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr) !=
         SQLITE_OK) {

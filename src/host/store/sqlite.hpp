@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -41,6 +42,8 @@ class Database {
 
     // Checkpoints the WAL down to nothing once it has grown long enough; never fails.
     void checkpoint_when_due();
+    // Checkpoints the WAL down to nothing now; throws when it cannot (a full disk, say).
+    void checkpoint();
 
     sqlite3* handle() const { return db_; }
     const std::string& name() const { return name_; }
@@ -48,10 +51,15 @@ class Database {
 
   private:
     static int count_wal_frames(void* self, sqlite3* db, const char* schema, int frames);
+    static int wait_for_lock(void* self, int attempt);
+    void hook_callbacks();
+    // Each statement may wait this long from its start for a lock another connection holds.
+    void allow_wait(std::chrono::milliseconds wait);
 
     sqlite3* db_ = nullptr;
     std::string name_;
     int wal_frames_ = 0;  // frames in the WAL after our last commit
+    std::chrono::steady_clock::time_point wait_until_;
 };
 
 // A prepared statement of one Database; finalized with the object.

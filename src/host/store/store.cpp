@@ -1,12 +1,17 @@
 #include "host/store/store.hpp"
 
+#include <sqlite3.h>
+
 #include <cmath>
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include "host/store/schema.hpp"
 #include "platform/clock.hpp"
 #include "platform/dirs.hpp"
 #include "platform/file_info.hpp"
+#include "platform/fs.hpp"
 #include "platform/os_error.hpp"
 #include "platform/random.hpp"
 
@@ -14,29 +19,123 @@ namespace host::store {
 
 namespace {
 
-// Builds the first database beside its final name and links it into place, so that concurrent
-// runs never see a database without its schema, and of several racing creators one wins whole.
-void create_database(const StoreLocation& location) {
-    char suffix[32];
-    const int n = std::snprintf(suffix, sizeof suffix, ".new-%016llx",
-                                static_cast<unsigned long long>(platform::random_u64()));
-    const std::string temp = location.db_path + std::string(suffix, static_cast<std::size_t>(n));
+constexpr const char* kNewPrefix = "orvane.db.new-";
+constexpr const char* kGitignoreTempPrefix = ".gitignore.tmp-";
+// A run creates the store in milliseconds, and the hooks give it seconds: a temporary file this old
+// belongs to a run that died.
+constexpr double kLeftoverAgeSeconds = 600;
+
+// Whether `rest` is 16 hexadecimal digits followed by one of `suffixes`.
+bool hex_then(std::string_view rest, std::initializer_list<std::string_view> suffixes) {
+    if (rest.size() < 16) return false;
+    for (const char c : rest.substr(0, 16)) {
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
+    }
+    for (const auto suffix : suffixes) {
+        if (rest.substr(16) == suffix) return true;
+    }
+    return false;
+}
+
+// What a run killed while creating the store leaves behind: the new database under its temporary
+// name, with the companions SQLite made beside it, and a half-placed .gitignore.
+bool is_leftover(std::string_view name) {
+    if (name.starts_with(kNewPrefix)) {
+        return hex_then(name.substr(std::string_view(kNewPrefix).size()),
+                        {"", "-wal", "-shm", "-journal"});
+    }
+    return name.starts_with(kGitignoreTempPrefix) &&
+           hex_then(name.substr(std::string_view(kGitignoreTempPrefix).size()), {""});
+}
+
+// Removes the store's own leftovers from `dir`: names of our pattern only, regular files only (a
+// link there is neither removed nor followed), and only once no live run can still own them. A
+// failure here never fails the write that tidies up.
+void remove_leftovers(const std::string& dir) {
     try {
+        const double now = platform::epoch_seconds();
+        for (const std::string& name : platform::list_directory(dir)) {
+            if (!is_leftover(name)) continue;
+            const std::string path = platform::join_path(dir, name);
+            if (platform::path_kind(path) != platform::PathKind::regular) continue;
+            const auto file = platform::file_signature(path);
+            if (file && now - static_cast<double>(file->mtime_ns) / 1e9 > kLeftoverAgeSeconds) {
+                platform::remove_file(path);
+            }
+        }
+    } catch (const std::exception&) {
+    }
+}
+
+// The store runs in WAL mode. A database not in it yet (a new file, a zero-length one somebody
+// left, a store an earlier release adopted from such a file) is switched with its rollback
+// journal in memory: a journal file beside the store would make every other run refuse it.
+// Runs racing to switch the same file lock each other out in ways SQLite answers with an
+// immediate "locked" rather than a wait (waiting could deadlock): they try again, within the time
+// a writer may wait for a lock.
+void use_wal(Database& db) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(4500);
+    for (int attempt = 0;; ++attempt) {
+        try {
+            {
+                Statement mode = db.prepare("PRAGMA journal_mode");
+                if (mode.step() && mode.text(0) == "wal") return;
+            }
+            db.exec("PRAGMA journal_mode=MEMORY");
+            Statement wal = db.prepare("PRAGMA journal_mode=WAL");
+            if (wal.step() && wal.text(0) == "wal") return;
+            throw StoreError(db.name() + ": cannot be switched to WAL mode");
+        } catch (const StoreError&) {
+            const int code = sqlite3_errcode(db.handle());
+            if ((code != SQLITE_BUSY && code != SQLITE_LOCKED) ||
+                std::chrono::steady_clock::now() > deadline) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(attempt < 4 ? 1 << attempt : 20));
+    }
+}
+
+// Builds the first database beside its final name and links it into place only once it is whole
+// in its own file and synced, so that concurrent runs never see a database without its schema, of
+// several racing creators one wins whole, and a failure (a full disk) leaves no store behind: the
+// next write simply tries again.
+void create_database(const StoreLocation& location) {
+    char suffix[24];
+    const int n = std::snprintf(suffix, sizeof suffix, "%016llx",
+                                static_cast<unsigned long long>(platform::random_u64()));
+    const std::string temp = platform::join_path(
+        location.dir, kNewPrefix + std::string(suffix, static_cast<std::size_t>(n)));
+    const auto remove_temp = [&] {
+        for (const char* companion : {"", "-wal", "-shm", "-journal"}) {
+            platform::remove_file(temp + companion);
+        }
+    };
+    try {
+        std::int64_t size = 0;
         {
             Database db(temp, kStoreDisplayPath, Database::Mode::create);
-            // WAL lets readers and one writer work at once; the mode is kept in the file.
-            db.exec("PRAGMA journal_mode=WAL");
+            // Nobody else opens the file before it has its name: the WAL's index stays in this
+            // process's memory rather than in a -shm file.
+            db.exec("PRAGMA locking_mode=EXCLUSIVE");
+            use_wal(db);
             schema::migrate(db);
+            db.checkpoint();
+            size = db.integer_pragma("page_count") * db.integer_pragma("page_size");
+        }
+        const auto written = platform::file_signature(temp);
+        if (!written || written->size != size) {
+            throw StoreError(std::string(kStoreDisplayPath) + ": could not be written whole");
         }
         platform::place_no_replace(temp, location.db_path);
     } catch (const platform::OsError& e) {
-        platform::remove_file(temp);
+        remove_temp();
         throw StoreError(e.what());
     } catch (...) {
-        platform::remove_file(temp);
+        remove_temp();
         throw;
     }
-    platform::remove_file(temp);
+    remove_temp();
 }
 
 // Settings of every connection (none of them is kept in the file).
@@ -63,6 +162,7 @@ Store Store::open(Access access, const std::string& root) {
     if (write && store.location_.exists && platform::is_read_only(store.location_.db_path)) {
         throw StoreError(std::string(kStoreDisplayPath) + ": the file is read-only");
     }
+    if (write) remove_leftovers(store.location_.dir);
     if (!store.location_.exists) {
         if (!write) return store;
         create_database(store.location_);
@@ -71,20 +171,23 @@ Store Store::open(Access access, const std::string& root) {
     Database db(store.location_.db_path, kStoreDisplayPath,
                 write ? Database::Mode::read_write : Database::Mode::read_only);
     configure(db, write);
-    switch (schema::inspect(db)) {
-        case schema::State::current:
-            break;
-        case schema::State::empty:
-            if (!write) return store;  // a database with nothing in it yet reads as empty
-            schema::migrate(db);
-            break;
-        case schema::State::older:
-            if (!write) return open(Access::write, root);  // migrating needs the write lock
-            schema::migrate(db);
-            break;
-    }
+    const schema::State state = schema::inspect(db);
+    if (!write && state == schema::State::empty) return store;  // nothing in it yet
+    // Migrating takes the write lock.
+    if (!write && state == schema::State::older) return open(Access::write, root);
+    if (write) use_wal(db);
+    if (state != schema::State::current) schema::migrate(db);
     store.db_ = std::move(db);
     return store;
+}
+
+bool Store::unchanged() {
+    if (!db_) return false;
+    // Where the file system cannot tell (Windows), an open database cannot be deleted either.
+    int moved = 0;
+    const int rc = sqlite3_file_control(db_->handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    if ((rc != SQLITE_OK && rc != SQLITE_NOTFOUND) || moved != 0) return false;
+    return db_->integer_pragma("user_version") == schema::kVersion;
 }
 
 Database& Store::db() {
@@ -107,17 +210,19 @@ void Store::prune_if_due(std::int64_t now) {
     // over goes with the next writes, before the day's mark is set.
     database
         .prepare(
-            "DELETE FROM turns WHERE id IN (SELECT turns.id FROM sessions "
-            "JOIN turns ON turns.session_id=sessions.id WHERE sessions.last_activity < ?1 "
-            "LIMIT ?2)")
+            "DELETE FROM turns WHERE id IN (SELECT id FROM turns WHERE session_id IN "
+            "(SELECT id FROM sessions WHERE last_activity < ?1) LIMIT ?2)")
         .bind(1, cutoff)
         .bind(2, kPruneTurnsPerWrite)
         .run();
     if (database.changes() >= kPruneTurnsPerWrite) return;
-    database
-        .prepare(
-            "DELETE FROM sessions WHERE last_activity < ?1 AND NOT EXISTS "
-            "(SELECT 1 FROM turns WHERE turns.session_id=sessions.id)")
+    const char* const gone =
+        "SELECT id FROM sessions WHERE last_activity < ?1 AND NOT EXISTS "
+        "(SELECT 1 FROM turns WHERE turns.session_id=sessions.id)";
+    database.prepare(std::string("DELETE FROM session_files WHERE session_id IN (") + gone + ")")
+        .bind(1, cutoff)
+        .run();
+    database.prepare(std::string("DELETE FROM sessions WHERE id IN (") + gone + ")")
         .bind(1, cutoff)
         .run();
     database

@@ -40,6 +40,11 @@ struct UnderstandingStats {
     std::vector<StatsEntry> entries;  // stale first, then by importance and recency
 };
 
+struct UnderstandingPage {
+    std::int64_t total = 0;           // every entry
+    std::vector<StatsEntry> entries;  // the page, the most recently stored first
+};
+
 enum class TurnType { user, tool };
 
 struct Turn {
@@ -84,6 +89,11 @@ struct StoreCounts {
     std::int64_t memories = 0;
 };
 
+// What the history keeps of a tool turn's input and of its result (JSON text, possibly cut): its
+// first bytes, whole characters only. Nothing reads more back, and a person reading a session sees
+// what the call was about; its activity line and file are derived from the whole input first.
+inline constexpr std::size_t kToolTextBytes = 1024;
+
 // How long the history keeps a session after its last activity, and how often that is enforced.
 inline constexpr std::int64_t kSessionRetentionMs = 30LL * 24 * 3600 * 1000;
 inline constexpr std::int64_t kPruneIntervalMs = 24LL * 3600 * 1000;
@@ -102,6 +112,10 @@ class Store {
 
     bool exists() const { return db_.has_value(); }
     const StoreLocation& location() const { return location_; }
+    // Whether this open store still is the repository's store as this release reads it: not
+    // deleted or replaced since it was opened, nor migrated by another release. A store that was
+    // missing never is (one may have been created since). For a process that keeps it open.
+    bool unchanged();
 
     // Stores or replaces the understanding of (target, scope), with what tells later whether
     // the file changed.
@@ -110,17 +124,23 @@ class Store {
     std::optional<RecalledUnderstanding> recall_understanding(
         std::string_view target, const std::optional<std::string>& scope = std::nullopt);
     // Understandings whose target, purpose, key points or gotchas match the words of `query`,
-    // best match first, at most `limit`.
+    // best match first, at most `limit`. The full-text index lives in this connection's memory:
+    // built at the first search, brought up to date with the stores made since at each later
+    // one, and with this store's own stores in their transaction.
     std::vector<RecalledUnderstanding> search_understandings(std::string_view query,
                                                              std::size_t limit);
-    // At most `limit` entries; only stale ones unless `include_fresh`.
+    // At most `limit` entries; only stale ones unless `include_fresh`. Checks every file.
     UnderstandingStats understanding_stats(std::size_t limit, bool include_fresh);
+    // `limit` entries from the `offset`th, the most recently stored first; only the page's files
+    // are checked.
+    UnderstandingPage understanding_page(std::size_t offset, std::size_t limit);
 
     // Appends the turn and returns the session it went to: `session_id` (started or reopened
     // as needed), else the most recent active session of the last day, else a new one.
     std::string log_turn(const std::optional<std::string>& session_id, const Turn& turn);
-    // Ends the session (without an id, the most recent active one) and returns its id; nullopt
-    // when there is no active session to end. Throws for an unknown id.
+    // Ends the session and returns its id: `session_id`; for an id that matches no session, the
+    // most recent active session that took turns without an id; without an id, the most recent
+    // active session. nullopt when there is none to end.
     std::optional<std::string> finalize_session(const std::optional<std::string>& session_id,
                                                 const std::string& status);
     // Sessions with activity within the last `days`, with `status` unless nullopt ("active"
@@ -142,9 +162,14 @@ class Store {
     Store() = default;
     Database& db();
     void prune_if_due(std::int64_t now_ms);
+    // Indexes the entries stored since the search index was last brought up to date, inside the
+    // caller's transaction; returns the id it is then up to, for after the commit.
+    std::int64_t update_search_index();
 
     StoreLocation location_;
     std::optional<Database> db_;
+    bool search_index_ = false;      // built in this connection
+    std::int64_t search_up_to_ = 0;  // the last entry it holds
 };
 
 // Milliseconds since the Unix epoch, the store's clock.

@@ -81,20 +81,29 @@ void Store::store_understanding(const Understanding& u) {
     const std::int64_t now = now_ms();
     Transaction transaction(database, true);
     prune_if_due(now);
-    Statement upsert = database.prepare(
-        "INSERT INTO understandings(target, scope, importance, purpose, auto_generated, "
-        "stored_at, listing) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7) "
-        "ON CONFLICT(target, scope) DO UPDATE SET importance=excluded.importance, "
-        "purpose=excluded.purpose, auto_generated=excluded.auto_generated, "
-        "stored_at=excluded.stored_at, listing=excluded.listing RETURNING id");
-    upsert.bind(1, u.target).bind(2, u.scope).bind(3, u.importance).bind(4, u.purpose);
-    upsert.bind(5, std::int64_t{u.auto_generated}).bind(6, now);
-    upsert.bind_blob(7, encode_listing({importance_rank(u.importance), now, file, u.target}));
-    if (!upsert.step()) database.fail();
-    const std::int64_t id = upsert.integer(0);
-    upsert.run();
+    // A store replaces the entry under a new id, past every other, taken before the old entry
+    // goes: the ids follow the order of the stores, which the list shows and the search index
+    // catches up by. Writers take turns, so no two get the same.
+    Statement next = database.prepare("SELECT coalesce(max(id), 0) + 1 FROM understandings");
+    if (!next.step()) database.fail();
+    const std::int64_t id = next.integer(0);
+    Statement old = database.prepare("SELECT id FROM understandings WHERE target=?1 AND scope=?2");
+    if (old.bind(1, u.target).bind(2, u.scope).step()) {
+        for (const char* sql : {"DELETE FROM understanding_notes WHERE understanding_id=?1",
+                                "DELETE FROM understandings WHERE id=?1"}) {
+            database.prepare(sql).bind(1, old.integer(0)).run();
+        }
+    } else {
+        database.exec("UPDATE meta SET value=value+1 WHERE key='understandings'");
+    }
+    Statement insert = database.prepare(
+        "INSERT INTO understandings(id, target, scope, importance, purpose, auto_generated, "
+        "stored_at, listing) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
+    insert.bind(1, id).bind(2, u.target).bind(3, u.scope).bind(4, u.importance);
+    insert.bind(5, u.purpose).bind(6, std::int64_t{u.auto_generated}).bind(7, now);
+    insert.bind_blob(8, encode_listing({importance_rank(u.importance), now, file, u.target}));
+    insert.run();
 
-    database.prepare("DELETE FROM understanding_notes WHERE understanding_id=?1").bind(1, id).run();
     Statement note = database.prepare(
         "INSERT INTO understanding_notes(understanding_id, kind, position, text) "
         "VALUES(?1, ?2, ?3, ?4)");
@@ -106,40 +115,74 @@ void Store::store_understanding(const Understanding& u) {
             note.reset();
         }
     }
+    const std::int64_t indexed = search_index_ ? update_search_index() : search_up_to_;
     transaction.commit();
+    search_up_to_ = indexed;
 }
 
 std::optional<RecalledUnderstanding> Store::recall_understanding(
     std::string_view target, const std::optional<std::string>& scope) {
     if (!db_) return std::nullopt;
+    // The hooks ask this at every file read, and preparing statements is much of what it costs:
+    // plain ones, and no ORDER BY where a few rows can be compared here (SQLite's sorter is
+    // costly to plan). A target has an entry per scope, rarely more than one; the most recently
+    // stored one wins (ids follow the stores).
     Transaction transaction(*db_, false);
-    Statement row = db_->prepare(
+    Statement rows = db_->prepare(
         "SELECT id, scope, importance, purpose, auto_generated, stored_at, listing "
-        "FROM understandings WHERE target=?1 AND (?2 IS NULL OR scope=?2) "
-        "ORDER BY stored_at DESC, id DESC LIMIT 1");
-    row.bind(1, target).bind(2, scope);
-    if (!row.step()) return std::nullopt;
-
-    RecalledUnderstanding result;
-    Understanding& u = result.understanding;
-    u.target = target;
-    u.scope = row.text(1);
-    u.importance = row.text(2);
-    u.purpose = row.optional_text(3);
-    u.auto_generated = row.integer(4) != 0;
-    u.stored_at_ms = row.integer(5);
-    if (const auto file = listing_of(row, 6).file) {
-        result.fresh = still_fresh(location_.root, u.target, *file, u.stored_at_ms);
+        "FROM understandings WHERE target = ?1");
+    rows.bind(1, target);
+    std::optional<RecalledUnderstanding> result;
+    std::optional<FileRecord> file;
+    std::int64_t id = 0;
+    while (rows.step()) {
+        if (scope && rows.text(1) != *scope) continue;
+        if (result && rows.integer(0) < id) continue;
+        id = rows.integer(0);
+        result.emplace();
+        Understanding& u = result->understanding;
+        u.target = target;
+        u.scope = rows.text(1);
+        u.importance = rows.text(2);
+        u.purpose = rows.optional_text(3);
+        u.auto_generated = rows.integer(4) != 0;
+        u.stored_at_ms = rows.integer(5);
+        file = listing_of(rows, 6).file;
     }
-
+    if (!result) return result;
+    Understanding& u = result->understanding;
     Statement notes = db_->prepare(
-        "SELECT kind, text FROM understanding_notes WHERE understanding_id=?1 "
+        "SELECT kind, text FROM understanding_notes WHERE understanding_id = ?1 "
         "ORDER BY kind, position");
-    notes.bind(1, row.integer(0));
+    notes.bind(1, id);
     while (notes.step()) {
         (notes.integer(0) == kGotcha ? u.gotchas : u.key_points).emplace_back(notes.text(1));
     }
+    if (file) result->fresh = still_fresh(location_.root, target, *file, u.stored_at_ms);
     return result;
+}
+
+UnderstandingPage Store::understanding_page(std::size_t offset, std::size_t limit) {
+    UnderstandingPage page;
+    if (!db_) return page;
+    Transaction transaction(*db_, false);
+    // Kept by the stores; counted only should it be missing.
+    Statement count = db_->prepare(
+        "SELECT coalesce((SELECT value FROM meta WHERE key='understandings'), "
+        "(SELECT count(*) FROM understandings))");
+    if (count.step()) page.total = count.integer(0);
+    Statement rows = db_->prepare(
+        "SELECT scope, importance, listing FROM understandings ORDER BY id DESC "
+        "LIMIT ?1 OFFSET ?2");
+    rows.bind(1, static_cast<std::int64_t>(limit)).bind(2, static_cast<std::int64_t>(offset));
+    while (rows.step()) {
+        const Listing listing = listing_of(rows, 2);
+        const bool fresh = !listing.file || still_fresh(location_.root, listing.target,
+                                                        *listing.file, listing.stored_at_ms);
+        page.entries.push_back({std::string(rows.text(0)), std::string(listing.target),
+                                std::string(rows.text(1)), fresh});
+    }
+    return page;
 }
 
 UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fresh) {

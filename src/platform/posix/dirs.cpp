@@ -1,5 +1,6 @@
 #include "platform/dirs.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -65,6 +66,23 @@ bool create_file_no_replace(const std::string& path, std::string_view content) {
         ::unlink(temp.c_str());
         throw;
     }
+}
+
+std::vector<std::string> list_directory(const std::string& dir) {
+    DIR* listing = ::opendir(dir.c_str());
+    if (listing == nullptr) throw OsError("cannot list " + dir, errno);
+    std::vector<std::string> names;
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(listing);
+        if (entry == nullptr) break;
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") names.emplace_back(name);
+    }
+    const int error = errno;
+    ::closedir(listing);
+    if (error != 0) throw OsError("cannot list " + dir, error);
+    return names;
 }
 
 bool place_no_replace(const std::string& existing, const std::string& new_path) {

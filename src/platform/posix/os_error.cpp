@@ -12,4 +12,8 @@ bool OsError::leads_nowhere() const {
     return code_ == ENOENT || code_ == ELOOP;
 }
 
+bool is_disk_full(int code) {
+    return code == ENOSPC || code == EDQUOT || code == EFBIG;
+}
+
 }  // namespace platform

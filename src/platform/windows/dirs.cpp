@@ -85,6 +85,23 @@ bool create_file_no_replace(const std::string& path, std::string_view content) {
     }
 }
 
+std::vector<std::string> list_directory(const std::string& dir) {
+    WIN32_FIND_DATAW entry{};
+    const HANDLE found = FindFirstFileW(windows::wide_path(dir + "\\*").c_str(), &entry);
+    if (found == INVALID_HANDLE_VALUE) {
+        throw OsError("cannot list " + dir, static_cast<int>(GetLastError()));
+    }
+    std::vector<std::string> names;
+    do {
+        const std::wstring_view name = entry.cFileName;
+        if (name != L"." && name != L"..") names.push_back(windows::narrow(name));
+    } while (FindNextFileW(found, &entry));
+    const DWORD error = GetLastError();
+    FindClose(found);
+    if (error != ERROR_NO_MORE_FILES) throw OsError("cannot list " + dir, static_cast<int>(error));
+    return names;
+}
+
 bool place_no_replace(const std::string& existing, const std::string& new_path) {
     // A rename that may not replace: of several racing creators exactly one wins, with a whole
     // file. Not a hard link as on POSIX: deleting the temporary name afterwards would make the

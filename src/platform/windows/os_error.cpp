@@ -29,6 +29,10 @@ std::string describe(int code) {
 OsError::OsError(const std::string& what, int code)
     : std::runtime_error(what + ": " + describe(code)), code_(code) {}
 
+bool is_disk_full(int code) {
+    return code == ERROR_DISK_FULL || code == ERROR_HANDLE_DISK_FULL;
+}
+
 bool OsError::leads_nowhere() const {
     return code_ == ERROR_FILE_NOT_FOUND || code_ == ERROR_PATH_NOT_FOUND ||
            code_ == ERROR_CANT_RESOLVE_FILENAME;

@@ -72,7 +72,7 @@ int cmd_log_turn(const LogTurnOptions& o) {
     if (o.session_id && o.session_id->empty()) {
         return usage_error(kLogTurn, "--session-id must not be empty");
     }
-    return guarded(kLogTurn, [&] {
+    return guarded_write(kLogTurn, "the turn is lost", [&] {
         Turn turn;
         if (o.type == "user") {
             turn.prompt = *o.prompt;
@@ -93,8 +93,12 @@ int cmd_finalize(const FinalizeOptions& o) {
     if (o.session_id && o.session_id->empty()) {
         return usage_error(kFinalize, "--session-id must not be empty");
     }
-    return guarded(kFinalize, [&] {
+    return guarded_write(kFinalize, "the session's end is not recorded", [&] {
         const auto id = Store::open(Store::Access::write).finalize_session(o.session_id, o.status);
+        if (!id && o.session_id) {
+            return report_error(kFinalize, "no session with the id '" + *o.session_id + "'",
+                                kFailureStatus);
+        }
         JsonWriter out;
         out.begin_object().key("finalized").value(id.has_value());
         if (id) out.key("session_id").value(*id).key("status").value(o.status);

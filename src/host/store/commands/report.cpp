@@ -1,5 +1,6 @@
 #include "host/store/commands/report.hpp"
 
+#include "host/logging_setup.hpp"
 #include "platform/io.hpp"
 
 namespace host::store::commands {
@@ -15,6 +16,15 @@ int report_error(std::string_view command, std::string_view message, int status)
     } catch (...) {
     }
     return status;
+}
+
+void log_lost(std::string_view command, std::string_view lost, std::string_view message) {
+    std::string record(command);
+    record += " failed, ";
+    record += lost;
+    record += ": ";
+    for (const char c : message) record += (c == '\n' || c == '\r') ? ' ' : c;
+    log_record(LogLevel::warning, "orvane_tamblo.store", record);
 }
 
 int usage_error(std::string_view command, std::string_view message) {

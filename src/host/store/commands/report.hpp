@@ -29,4 +29,20 @@ int guarded(std::string_view command, Body&& body) {
     }
 }
 
+// Writes "<command> failed, <lost>: <message>" as a warning to the host log.
+void log_lost(std::string_view command, std::string_view lost, std::string_view message);
+
+// guarded() for a command that stores what it is given: a failure is also a warning in the host
+// log, naming what was lost. The hooks ignore their children's errors, so without it a turn
+// would vanish without a trace.
+template <typename Body>
+int guarded_write(std::string_view command, std::string_view lost, Body&& body) {
+    try {
+        return body();
+    } catch (const std::exception& e) {
+        log_lost(command, lost, e.what());
+        return report_error(command, e.what(), kFailureStatus);
+    }
+}
+
 }  // namespace host::store::commands

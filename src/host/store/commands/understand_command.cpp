@@ -102,8 +102,11 @@ int cmd_query_understand(const UnderstandOptions& o) {
     if (o.scope && o.scope->empty()) {
         return usage_error(kCommand, "--scope must not be empty");
     }
+    if (o.action == "store") {
+        return guarded_write(kCommand, "the understanding of " + *o.target + " is lost",
+                             [&] { return store_action(o); });
+    }
     return guarded(kCommand, [&] {
-        if (o.action == "store") return store_action(o);
         if (o.action == "recall") return recall_action(o);
         return stats_action(o);
     });
