@@ -7,6 +7,7 @@
 #include "cli_hooks/hooks.hpp"
 #include "host/install/install.hpp"
 #include "host/mcp/server.hpp"
+#include "host/store/commands/index_options.hpp"
 #include "host/store/commands/options.hpp"
 #include "host/store/commands/text_check.hpp"
 #include "platform/io.hpp"
@@ -146,6 +147,7 @@ class HostCommands {
                 "it.");
         }
         if (only.empty() || only == "install-hooks") add_install(app);
+        if (only.empty() || only == "index") add_index(app);
     }
 
     int run() const {
@@ -161,6 +163,9 @@ class HostCommands {
         if (parsed(serve_)) return commands::cmd_serve();
         if (parsed(mcp_)) return mcp::run_mcp_server();
         if (parsed(install_)) return install::cmd_install_hooks(install_options_);
+        if (parsed(index_)) return commands::cmd_index(index_options_);
+        if (parsed(search_)) return commands::cmd_query_search(search_options_);
+        if (parsed(symbol_)) return commands::cmd_query_symbol(symbol_options_);
         return 0;
     }
 
@@ -197,6 +202,52 @@ class HostCommands {
         understand_->get_option("--limit")->check(count_validator())->type_name("COUNT");
         understand_->add_flag("--include-fresh", o.include_fresh,
                               "stats: list fresh entries too, after the stale ones");
+        add_search(query);
+        add_symbol(query);
+    }
+
+    void add_search(CLI::App* query) {
+        search_ = query->add_subcommand("search", "Find definitions in the code index by name");
+        auto& s = search_options_;
+        search_->add_option("--action", s.action, "symbols")
+            ->required()
+            ->check(CLI::IsMember({"symbols"}));
+        optional_option(search_, "--query", s.query,
+                        "A name, a prefix, part of one, or its words (getUser finds get_user)");
+        optional_option(search_, "--kind", s.kind, "Only definitions of this kind (function, class, ...)");
+        optional_option(search_, "--path", s.path, "Only files whose path starts with this");
+        optional_option(search_, "--limit", s.limit, "At most this many (default: 50)");
+        search_->get_option("--limit")->check(count_validator())->type_name("COUNT");
+        search_->footer("Answers one JSON object: {\"results\": [...], \"truncated\": ...}. "
+                        "Needs the index (orvane-tamblo index).");
+    }
+
+    void add_symbol(CLI::App* query) {
+        symbol_ = query->add_subcommand(
+            "symbol", "Where a name is defined, referenced or called, from the code index");
+        auto& s = symbol_options_;
+        symbol_->add_option("--action", s.action, "definition, references or callers")
+            ->required()
+            ->check(CLI::IsMember({"definition", "references", "callers"}));
+        optional_option(symbol_, "--name", s.name,
+                        "The name (Class.method narrows a definition by its scope)");
+        optional_option(symbol_, "--path", s.path,
+                        "A file to answer for: its own definitions and those it imports first");
+        optional_option(symbol_, "--limit", s.limit, "At most this many (default: 50)");
+        symbol_->get_option("--limit")->check(count_validator())->type_name("COUNT");
+        symbol_->footer("Answers one JSON object: {\"results\": [...], \"truncated\": ...}. "
+                        "Needs the index (orvane-tamblo index).");
+    }
+
+    void add_index(CLI::App& app) {
+        index_ = app.add_subcommand("index", "Build or refresh the code index of this repository");
+        index_->add_flag("--rebuild", index_options_.rebuild,
+                         "Build it anew instead of refreshing what changed");
+        index_->add_flag("--json", index_options_.json, "One JSON object instead of a line of text");
+        index_->footer(
+            "Indexes the files git would track (honouring every .gitignore, .git/info/exclude and\n"
+            "your global excludes) into memory/codebase-index/index.db: definitions and references\n"
+            "for the query search and query symbol commands. A refresh parses only what changed.");
     }
 
     void add_conversation(CLI::App& app, std::string_view sub) {
@@ -296,6 +347,12 @@ class HostCommands {
     CLI::App* list_ = nullptr;
     CLI::App* context_ = nullptr;
     CLI::App* serve_ = nullptr;
+    CLI::App* index_ = nullptr;
+    CLI::App* search_ = nullptr;
+    CLI::App* symbol_ = nullptr;
+    commands::IndexCommandOptions index_options_;
+    commands::SearchOptions search_options_;
+    commands::SymbolOptions symbol_options_;
     commands::UnderstandOptions understand_options_;
     commands::LogTurnOptions log_turn_options_;
     commands::FinalizeOptions finalize_options_;
@@ -317,7 +374,7 @@ int run(int argc, char** argv) {
     const std::string_view first = argc > 1 ? argv[1] : "";
     const bool hook_run = first == "hooks";
     const bool host_run = first == "query" || first == "conversation" || first == "serve" ||
-                          first == "mcp" || first == "install-hooks";
+                          first == "mcp" || first == "install-hooks" || first == "index";
     std::unique_ptr<cli_hooks::HooksCommand> hooks;
     std::unique_ptr<HostCommands> host_commands;
     if (!host_run) hooks = cli_hooks::add_hooks_subparser(app, argc, argv);

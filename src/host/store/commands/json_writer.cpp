@@ -1,5 +1,6 @@
 #include "host/store/commands/json_writer.hpp"
 
+#include "support/json.hpp"
 #include "support/json_text.hpp"
 
 namespace host::store::commands {
@@ -71,6 +72,12 @@ JsonWriter& JsonWriter::value(bool flag) {
 JsonWriter& JsonWriter::value(std::int64_t number) {
     before_value();
     out_ += std::to_string(number);
+    return *this;
+}
+
+JsonWriter& JsonWriter::value(double number) {
+    before_value();
+    out_ += support::format_double(number);
     return *this;
 }
 

@@ -24,6 +24,7 @@ class JsonWriter {
     JsonWriter& value(const std::optional<std::string>& text);
     JsonWriter& value(bool flag);
     JsonWriter& value(std::int64_t number);
+    JsonWriter& value(double number);  // always with a point or an exponent
     JsonWriter& strings(const std::vector<std::string>& texts);
 
     // The text, ended by a line feed.
