@@ -24,6 +24,15 @@ inline bool is_within(const PathParts& dir, const PathParts& path) {
     return true;
 }
 
+// The platform's normal case form for comparing paths (unchanged on POSIX systems).
+std::string normal_case(std::string_view path);
+
+// Whether the canonical `path` is `dir` or lies below it, in the platform's case form: /repo2 is
+// not inside /repo, and on Windows C:\Repo\a is inside c:\repo and nothing on D: is.
+inline bool is_inside(std::string_view dir, std::string_view path) {
+    return is_within(split_path(normal_case(dir)), split_path(normal_case(path)));
+}
+
 // Whether `path` is absolute ("/..." here; a drive or UNC root on Windows). Cheap: no parts.
 bool is_absolute_path(std::string_view path);
 
@@ -38,7 +47,5 @@ std::string current_directory();
 // character.
 std::string canonical_path(std::string_view path);
 
-// The platform's normal case form for comparing paths (unchanged on POSIX systems).
-std::string normal_case(std::string_view path);
 
 }  // namespace platform

@@ -1,6 +1,6 @@
 #include "harness.hpp"
 
-#include "support/json_text.hpp"
+#include "support/json.hpp"
 
 #include <fcntl.h>
 #include <poll.h>

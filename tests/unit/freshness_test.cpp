@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "host/store/freshness.hpp"
+#include "engines/store/freshness.hpp"
 
 namespace fs = std::filesystem;
-using host::store::FreshnessCheck;
+using store::FreshnessCheck;
 
 // Batches large enough for the helper threads, one after the other: every answer must be the
 // one a single check of that file gives, whoever took it.
@@ -26,9 +26,9 @@ TEST(FreshnessChecker, BatchesSharedWithHelpersAnswerAsOneCheckEach) {
         fs::last_write_time(root / target, old);
         targets.push_back(target);
     }
-    std::vector<host::store::FileRecord> records;
+    std::vector<store::FileRecord> records;
     for (const auto& target : targets) {
-        records.push_back(*host::store::capture_file(root.string(), target));
+        records.push_back(*store::capture_file(root.string(), target));
     }
     const std::int64_t stored_at_ms =  // now: long after the files' times
         std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -37,7 +37,7 @@ TEST(FreshnessChecker, BatchesSharedWithHelpersAnswerAsOneCheckEach) {
     for (int i = 0; i < 1500; i += 7) std::ofstream(root / targets[i], std::ios::app) << "edit";
     for (int i = 3; i < 1500; i += 11) fs::remove(root / targets[i]);
 
-    host::store::FreshnessChecker checker(root.string());
+    store::FreshnessChecker checker(root.string());
     for (const std::size_t size : {600, 900, 100}) {
         std::vector<FreshnessCheck> checks;
         for (std::size_t i = 0; i < size; ++i) {
@@ -46,7 +46,7 @@ TEST(FreshnessChecker, BatchesSharedWithHelpersAnswerAsOneCheckEach) {
         checker.check(checks, [] {});
         for (std::size_t i = 0; i < size; ++i) {
             ASSERT_EQ(checks[i].fresh,
-                      host::store::still_fresh(root.string(), targets[i], records[i], stored_at_ms))
+                      store::still_fresh(root.string(), targets[i], records[i], stored_at_ms))
                 << targets[i];
             ASSERT_EQ(checks[i].fresh, i % 7 != 0 && i % 11 != 3) << targets[i];
         }

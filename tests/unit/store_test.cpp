@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/store/turn_facts.hpp"
+#include "engines/store/turn_facts.hpp"
 #include "support/time_text.hpp"
 
 namespace {
@@ -39,17 +39,17 @@ TEST(TurnFacts, ActivityLineAndFile) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.tool + " " + row.input.value_or("(none)"));
-        const auto facts = host::store::describe_tool_turn(row.tool, row.input, "/repo");
+        const auto facts = store::describe_tool_turn(row.tool, row.input, "/repo");
         EXPECT_EQ(facts.activity, row.activity);
         EXPECT_EQ(facts.file, row.file);
     }
 }
 
 TEST(TurnFacts, OneLine) {
-    EXPECT_EQ(host::store::one_line("  Add\tpaging\n\nto  the list ", 100),
+    EXPECT_EQ(store::one_line("  Add\tpaging\n\nto  the list ", 100),
               "Add paging to the list");
-    EXPECT_EQ(host::store::one_line("h\xc3\xa9llo world", 5), "h\xc3\xa9llo...");
-    EXPECT_EQ(host::store::one_line("hello", 5), "hello");
+    EXPECT_EQ(store::one_line("h\xc3\xa9llo world", 5), "h\xc3\xa9llo...");
+    EXPECT_EQ(store::one_line("hello", 5), "hello");
 }
 
 TEST(TimeText, Iso8601) {

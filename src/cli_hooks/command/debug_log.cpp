@@ -3,7 +3,7 @@
 #include <exception>
 #include <string>
 
-#include "host/logging_setup.hpp"
+#include "services/logging_setup.hpp"
 #include "platform/clock.hpp"
 #include "platform/env.hpp"
 #include "platform/fs.hpp"
@@ -15,14 +15,14 @@ void _hook_debug_log(std::string_view msg) {
     const auto switch_value = platform::get_env("ORVANE_HOOK_DEBUG");
     if (!switch_value || switch_value->empty()) return;
     try {
-        const std::string path = platform::join_path(host::get_log_dir(), "hook_debug.log");
+        const std::string path = platform::join_path(services::get_log_dir(), "hook_debug.log");
         std::string line = platform::local_time("%H:%M:%S");
         line += ' ';
         line += msg;
         line += '\n';
         platform::append_file(path, line);
     } catch (const std::exception& e) {
-        host::log_record(host::LogLevel::debug, kHooksLogger, "hook_debug_log write failed",
+        services::log_record(services::LogLevel::debug, kHooksLogger, "hook_debug_log write failed",
                          e.what());
     }
 }

@@ -5,7 +5,7 @@
 #include "cli_hooks/command/debug_log.hpp"
 #include "platform/os_error.hpp"
 #include "platform/path.hpp"
-#include "support/json_value.hpp"
+#include "support/json.hpp"
 
 namespace cli_hooks {
 
@@ -26,13 +26,6 @@ const Json* find_candidate(const HookInput& data) {
     return nullptr;
 }
 
-// Whether `path` is `dir` or lies below it, in the platform's case form: on Windows
-// C:\Repo\a is inside c:\repo and nothing on D: is.
-bool inside(const std::string& dir, const std::string& path) {
-    return platform::is_within(platform::split_path(platform::normal_case(dir)),
-                               platform::split_path(platform::normal_case(path)));
-}
-
 }  // namespace
 
 std::optional<std::string> extract_file_path(const HookInput& data) {
@@ -42,7 +35,7 @@ std::optional<std::string> extract_file_path(const HookInput& data) {
     try {
         const std::string normalized = platform::canonical_path(raw);
         const std::string cwd = platform::canonical_path(platform::current_directory());
-        if (!inside(cwd, normalized)) {
+        if (!platform::is_inside(cwd, normalized)) {
             _hook_debug_log("extract_file_path rejected (outside cwd): " + normalized);
             return std::nullopt;
         }
@@ -58,7 +51,7 @@ std::optional<std::string> extract_file_path(const HookInput& data) {
 std::string get_relative_path(const std::string& file_path) {
     if (!platform::is_absolute_path(file_path)) return file_path;
     const std::string cwd = platform::current_directory();
-    if (!inside(cwd, file_path)) {
+    if (!platform::is_inside(cwd, file_path)) {
         _hook_debug_log("get_relative_path: not under cwd, using as-is ('" + file_path +
                         "' is not in the subpath of '" + cwd + "')");
         return file_path;

@@ -2,7 +2,7 @@
 
 #include "cli_hooks/command/debug_log.hpp"
 #include "platform/io.hpp"
-#include "support/json_value.hpp"
+#include "support/json.hpp"
 #include "support/regex.hpp"
 #include "support/text.hpp"
 #include "support/utf8.hpp"

@@ -7,7 +7,7 @@
 #include "cli_hooks/command/input.hpp"
 #include "cli_hooks/output/response.hpp"
 #include "cli_hooks/query/runner.hpp"
-#include "support/json_value.hpp"
+#include "support/json.hpp"
 
 namespace cli_hooks {
 

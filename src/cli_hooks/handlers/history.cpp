@@ -7,9 +7,8 @@
 #include "cli_hooks/command/debug_log.hpp"
 #include "cli_hooks/command/input.hpp"
 #include "cli_hooks/query/runner.hpp"
-#include "host/logging_setup.hpp"
-#include "support/json_text.hpp"
-#include "support/json_value.hpp"
+#include "services/logging_setup.hpp"
+#include "support/json.hpp"
 #include "support/utf8.hpp"
 
 namespace cli_hooks {
@@ -72,7 +71,7 @@ int hook_log_conversation(const HookArgs& args) {
 
     // A turn that cannot be recorded is dropped; the agent is never told.
     if (const auto failure = _run_host_command(cmd, 5)) {
-        host::log_record(host::LogLevel::warning, kHooksLogger,
+        services::log_record(services::LogLevel::warning, kHooksLogger,
                          "Conversation logging error: " + *failure);
         _hook_debug_log("hook_log_conversation subprocess failed: " + *failure);
     }
@@ -85,7 +84,7 @@ int hook_finalize(const HookArgs& /*args*/) {
     cmd.push_back(std::string("--status=") + status_for(support::member(data, "reason")));
 
     if (const auto failure = _run_host_command(cmd, 10)) {
-        host::log_record(host::LogLevel::debug, kHooksLogger, "hook_finalize failed", *failure);
+        services::log_record(services::LogLevel::debug, kHooksLogger, "hook_finalize failed", *failure);
         _hook_debug_log("hook_finalize subprocess failed: " + *failure);
     }
     return 0;

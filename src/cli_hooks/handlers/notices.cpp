@@ -8,7 +8,7 @@
 #include "cli_hooks/output/response.hpp"
 #include "cli_hooks/query/conversation.hpp"
 #include "cli_hooks/query/runner.hpp"
-#include "support/json_value.hpp"
+#include "support/json.hpp"
 #include "support/text.hpp"
 
 namespace cli_hooks {

@@ -9,8 +9,7 @@
 #include "platform/clock.hpp"
 #include "platform/fs.hpp"
 #include "platform/os_error.hpp"
-#include "support/json_text.hpp"
-#include "support/json_value.hpp"
+#include "support/json.hpp"
 #include "support/regex.hpp"
 #include "support/utf8.hpp"
 
@@ -90,7 +89,7 @@ int hook_suggest_tamblo(const HookArgs& args) {
     if (nudged_recently(now)) return 0;
     try {
         const Json state = Json::object().set("last_nudge", now);
-        platform::replace_file(_NUDGE_STATE_FILE, support::to_json_text(state));
+        platform::replace_file_no_follow(_NUDGE_STATE_FILE, support::to_json_text(state));
     } catch (const platform::OsError&) {
         // Without a writable state file every qualifying search gets the nudge.
     }

@@ -7,8 +7,8 @@
 #include "cli_hooks/output/response.hpp"
 #include "cli_hooks/query/conversation.hpp"
 #include "cli_hooks/query/runner.hpp"
-#include "host/setup/config.hpp"
-#include "support/json_value.hpp"
+#include "services/session_brief.hpp"
+#include "support/json.hpp"
 #include "support/text.hpp"
 
 namespace cli_hooks {
@@ -100,7 +100,7 @@ int hook_session_start(const HookArgs& args, const std::optional<std::string>& f
     std::vector<std::string> sections;
     if (!is_compact) {
         std::string note;
-        std::string brief = host::get_orvane_session_brief(&note);
+        std::string brief = services::get_orvane_session_brief(&note);
         if (!note.empty()) _hook_debug_log("hook_session_start: " + note);
         if (!brief.empty()) sections.push_back(std::move(brief));
     }

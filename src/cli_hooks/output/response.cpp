@@ -5,7 +5,6 @@
 #include "cli_hooks/command/agent.hpp"
 #include "platform/io.hpp"
 #include "support/json.hpp"
-#include "support/json_text.hpp"
 #include "support/text.hpp"
 #include "support/utf8.hpp"
 

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "cli_hooks/query/runner.hpp"
-#include "support/json_value.hpp"
+#include "support/json.hpp"
 #include "support/text.hpp"
 #include "support/utf8.hpp"
 

@@ -2,7 +2,7 @@
 
 #include "cli_hooks/command/debug_log.hpp"
 #include "platform/process.hpp"
-#include "support/json_value.hpp"
+#include "support/json.hpp"
 #include "support/utf8.hpp"
 
 namespace cli_hooks {

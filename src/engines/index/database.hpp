@@ -3,36 +3,32 @@
 #include <optional>
 #include <string>
 
-#include "host/store/sqlite.hpp"
+#include "engines/db/data_dir.hpp"
+#include "engines/db/sqlite.hpp"
 
 namespace code_index {
 
-using host::store::Database;
-using host::store::Statement;
-using host::store::StoreError;
-using host::store::Transaction;
+using db::Database;
+using db::Statement;
+using db::DatabaseError;
+using db::Transaction;
 
 // Where the index is, as the user knows it (relative to the repository). It is also the marker
 // that tells the hooks' symbol nudge the repository is indexed.
 inline constexpr const char* kIndexDisplayPath = "memory/codebase-index/index.db";
 
 // A failure of the index, in one line for the person who reads it.
-using IndexError = StoreError;
+using IndexError = db::DatabaseError;
 
-struct IndexLocation {
-    std::string root;     // the repository: the canonical working directory
-    std::string dir;      // canonical memory/codebase-index, when it exists
-    std::string db_path;  // the index file, when the directory exists
-    bool exists = false;  // whether the index file is there
-};
+using IndexLocation = db::DatabaseLocation;
+inline constexpr const char* kIndexFileName = "index.db";
 
-// Finds the index under `root` without leaving the repository, as the store is found: memory and
-// memory/codebase-index may be links only to places inside it; index.db must be a regular file
-// (never a link: the index is ours to replace) and SQLite's companion files missing or regular.
-// A rollback journal beside it means a writer that is not this program, which runs the index in
-// WAL mode: the file is refused. With `create`, missing directories are made, with a .gitignore
-// holding "*". Throws IndexError.
-IndexLocation locate_index(const std::string& root, bool create);
+// Finds the index under `root` without leaving the repository (see db::locate_database): index.db
+// is never a link, since the index is ours to replace. Throws IndexError.
+inline IndexLocation locate_index(const std::string& root, bool create) {
+    return db::locate_database(root, kIndexFileName, db::FileLinks::never, "the code index",
+                               create);
+}
 
 // An open index of this release's layout.
 class IndexDatabase {

@@ -16,10 +16,8 @@
 #include "engines/index/walk.hpp"
 #include "engines/index/writer.hpp"
 #include "platform/clock.hpp"
-#include "platform/dirs.hpp"
-#include "platform/file_info.hpp"
-#include "platform/file_move.hpp"
 #include "platform/fs.hpp"
+#include "platform/file_info.hpp"
 #include "platform/os_error.hpp"
 #include "platform/random.hpp"
 #include "support/hash.hpp"
@@ -248,13 +246,6 @@ void count_contents(Database& db, IndexSummary& summary) {
     }
 }
 
-std::string temporary_name(const std::string& db_path) {
-    char suffix[32];
-    const int n = std::snprintf(suffix, sizeof suffix, ".new-%016llx",
-                                static_cast<unsigned long long>(platform::random_u64()));
-    return db_path + std::string(suffix, static_cast<std::size_t>(n));
-}
-
 // Removes a new index that was not finished, with its journal.
 struct TemporaryFile {
     std::string path;
@@ -271,6 +262,7 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
     const auto started = Clock::now();
     IndexSummary summary;
     IndexLocation location = locate_index(root_dir, true);
+    db::remove_leftovers(location.dir, kIndexFileName);
     if (location.exists && platform::is_read_only(location.db_path)) {
         throw IndexError(std::string(kIndexDisplayPath) + ": the file is read-only");
     }
@@ -291,7 +283,7 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
     }
     if (!db) {
         summary.built = true;
-        temporary.path = temporary_name(location.db_path);
+        temporary.path = db::new_database_path(location.db_path);
         db.emplace(temporary.path, kIndexDisplayPath, Database::Mode::create);
         configure_connection(*db, true);
         // Nobody reads the new file until it is in place, and a crash leaves only a file to

@@ -6,9 +6,9 @@
 
 namespace code_index::schema {
 
-using host::store::Statement;
-using host::store::StoreError;
-using host::store::Transaction;
+using db::Statement;
+using db::DatabaseError;
+using db::Transaction;
 
 namespace {
 
@@ -62,7 +62,7 @@ bool expected_auto_index(std::string_view name, std::string_view table) {
 }
 
 [[noreturn]] void foreign(const Database& db, const std::string& why) {
-    throw StoreError(db.name() + ": " + why + "; it is left as it is");
+    throw DatabaseError(db.name() + ": " + why + "; it is left as it is");
 }
 
 }  // namespace

@@ -2,11 +2,11 @@
 
 #include <cstdint>
 
-#include "host/store/sqlite.hpp"
+#include "engines/db/sqlite.hpp"
 
 namespace code_index::schema {
 
-using host::store::Database;
+using db::Database;
 
 // The layout this release writes (PRAGMA user_version). The index is derived from the sources, so
 // a change is a new version, and an index of another version is rebuilt rather than migrated.
@@ -20,7 +20,7 @@ enum class State {
     other,    // ours, of another version: to be rebuilt
 };
 
-// Reads the marks and the objects. Throws StoreError for a file that is not ours, or ours but
+// Reads the marks and the objects. Throws DatabaseError for a file that is not ours, or ours but
 // holding anything its version's layout does not.
 State inspect(Database& db);
 

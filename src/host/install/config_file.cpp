@@ -2,9 +2,8 @@
 
 #include "host/install/hook_config.hpp"
 #include "platform/atomic_file.hpp"
-#include "platform/dirs.hpp"
-#include "platform/file_info.hpp"
 #include "platform/fs.hpp"
+#include "platform/file_info.hpp"
 #include "support/json_pretty.hpp"
 
 namespace host::install {
@@ -200,13 +199,13 @@ void apply_change(const LoadedConfig& loaded, const Change& change) {
     }
     if (change.action == Action::restore) {
         // The user's own bytes are back, so the backup has nothing left to keep.
-        platform::replace_file(target.path, change.content);
+        platform::replace_file_synced(target.path, change.content);
         platform::delete_file(backup);
         return;
     }
     // The backup holds the same settings as the file, so it gets the file's permissions.
-    if (loaded.exists) platform::replace_file(backup, loaded.bytes, target.path);
-    platform::replace_file(target.path, change.content);
+    if (loaded.exists) platform::replace_file_synced(backup, loaded.bytes, target.path);
+    platform::replace_file_synced(target.path, change.content);
 }
 
 }  // namespace host::install

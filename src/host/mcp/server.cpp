@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "host/logging_setup.hpp"
+#include "services/logging_setup.hpp"
 #include "host/mcp/jsonrpc.hpp"
 #include "host/mcp/tools.hpp"
 #include "platform/io.hpp"
@@ -100,7 +100,7 @@ std::optional<Json> Server::respond(std::string_view line) {
     } catch (const RpcError& e) {
         return error_response(*id, e.code(), e.what());
     } catch (const std::exception& e) {
-        log_record(LogLevel::error, kLogger, std::string("request failed: ") + e.what());
+        services::log_record(services::LogLevel::error, kLogger, std::string("request failed: ") + e.what());
         return error_response(*id, RpcCode::internal_error,
                               std::string("Internal error: ") + e.what());
     }
@@ -188,7 +188,7 @@ int run_mcp_server() {
         if (!skipping) answer(pending);
     } catch (const std::exception& e) {
         // The client has gone or closed its end: there is no one left to tell but the log.
-        log_record(LogLevel::warning, kLogger, std::string("MCP server stopped: ") + e.what());
+        services::log_record(services::LogLevel::warning, kLogger, std::string("MCP server stopped: ") + e.what());
         return 1;
     }
     return 0;

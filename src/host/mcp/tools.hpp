@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/store/store.hpp"
+#include "engines/store/store.hpp"
 #include "support/json.hpp"
 
 namespace host::mcp {
@@ -27,12 +27,12 @@ class Tools {
 
   private:
     // The open store, for writing when `write` (which creates it when missing).
-    store::Store& store(bool write);
+    ::store::Store& store(bool write);
     support::Json understand(const support::Json& arguments);
     support::Json remember(const support::Json& arguments);
 
     std::string root_;
-    std::optional<store::Store> store_;
+    std::optional<::store::Store> store_;
     bool writable_ = false;
 };
 

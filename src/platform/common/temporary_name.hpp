@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-// How replace_file() names its temporary files, on every system: "<file>.tmp.<pid>.<n>.<m>", so
+// How replace_file_synced() names its temporary files, on every system: "<file>.tmp.<pid>.<n>.<m>", so
 // that a later run can tell a killed run's leftovers from those of a run still going.
 namespace platform::temporary_name {
 

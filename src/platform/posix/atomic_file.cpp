@@ -24,7 +24,7 @@ bool regular_file_at(const std::string& path, struct stat& st) {
 
 }  // namespace
 
-void replace_file(const std::string& path, std::string_view data, const std::string& like) {
+void replace_file_synced(const std::string& path, std::string_view data, const std::string& like) {
     struct stat old {};
     const bool replacing = regular_file_at(path, old);
     if (replacing) {

@@ -32,7 +32,7 @@ posix::UniqueFd create_temporary(int dir, const std::string& name, const std::st
 
 }  // namespace
 
-void replace_file(std::string_view relative_path, std::string_view data) {
+void replace_file_no_follow(std::string_view relative_path, std::string_view data) {
     const std::string shown(relative_path);
     const PathParts path = split_path(relative_path);
     if (!path.root.empty() || path.parts.empty()) throw OsError("cannot replace " + shown, EINVAL);

@@ -42,7 +42,7 @@ bool process_is_gone(DWORD pid) {
 
 }  // namespace
 
-void replace_file(const std::string& path, std::string_view data, const std::string& like) {
+void replace_file_synced(const std::string& path, std::string_view data, const std::string& like) {
     const std::wstring target = windows::wide_path(path);
     DWORD old = 0;
     const bool replacing = regular_file_at(target, old);

@@ -1,4 +1,4 @@
-#include "platform/file_move.hpp"
+#include "platform/fs.hpp"
 
 #include <windows.h>
 

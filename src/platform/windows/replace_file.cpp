@@ -55,7 +55,7 @@ Handle create_temporary(const std::wstring& target, const std::string& shown,
 
 }  // namespace
 
-void replace_file(std::string_view relative_path, std::string_view data) {
+void replace_file_no_follow(std::string_view relative_path, std::string_view data) {
     const std::string shown(relative_path);
     const PathParts path = split_path(relative_path);
     if (!path.root.empty() || path.parts.empty()) {
