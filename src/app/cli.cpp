@@ -11,6 +11,7 @@
 #include "host/commands/options.hpp"
 #include "host/commands/text_check.hpp"
 #include "platform/io.hpp"
+#include "protocol/host_commands.hpp"
 
 namespace app {
 
@@ -173,15 +174,15 @@ class HostCommands {
     static bool parsed(const CLI::App* command) { return command != nullptr && command->parsed(); }
 
     void add_query(CLI::App& app) {
-        CLI::App* query = app.add_subcommand("query", "Ask the repository's AI cache");
+        CLI::App* query = app.add_subcommand(protocol::name::query, "Ask the repository's AI cache");
         query->require_subcommand(1);
         understand_ = query->add_subcommand(
-            "understand", "Store, recall or summarise the cached understanding of files");
+            protocol::name::understand, "Store, recall or summarise the cached understanding of files");
         auto& o = understand_options_;
-        understand_->add_option("--action", o.action, "store, recall or stats")
+        understand_->add_option(protocol::option::action, o.action, "store, recall or stats")
             ->required()
-            ->check(CLI::IsMember({"store", "recall", "stats"}));
-        optional_option(understand_, "--target", o.target, "The file (or other target)")
+            ->check(CLI::IsMember({"store", protocol::Recall::kAction, protocol::Stats::kAction}));
+        optional_option(understand_, protocol::option::target, o.target, "The file (or other target)")
             ->check(not_empty());
         optional_option(understand_, "--scope", o.scope, "The target's scope (default: file)")
             ->check(not_empty());
@@ -197,10 +198,10 @@ class HostCommands {
             ->check(text_validator());
         understand_->add_flag("--auto-generated", o.auto_generated,
                               "Mark the entry as the indexer's, not an agent's analysis");
-        optional_option(understand_, "--limit", o.limit,
+        optional_option(understand_, protocol::option::limit, o.limit,
                         "stats: list at most this many entries (default: 50)");
-        understand_->get_option("--limit")->check(count_validator())->type_name("COUNT");
-        understand_->add_flag("--include-fresh", o.include_fresh,
+        understand_->get_option(protocol::option::limit)->check(count_validator())->type_name("COUNT");
+        understand_->add_flag(protocol::option::include_fresh, o.include_fresh,
                               "stats: list fresh entries too, after the stale ones");
         add_search(query);
         add_symbol(query);
@@ -252,7 +253,7 @@ class HostCommands {
 
     void add_conversation(CLI::App& app, std::string_view sub) {
         CLI::App* conversation =
-            app.add_subcommand("conversation", "Record and recall agent conversations");
+            app.add_subcommand(protocol::name::conversation, "Record and recall agent conversations");
         conversation->require_subcommand(1);
         // The hooks' log-turn runs at every prompt and tool use: each subcommand's options cost
         // about as much to register as the turn costs to store.
@@ -265,52 +266,52 @@ class HostCommands {
     }
 
     void add_log_turn(CLI::App* conversation) {
-        log_turn_ = conversation->add_subcommand("log-turn", "Append a turn to a session");
+        log_turn_ = conversation->add_subcommand(protocol::name::log_turn, "Append a turn to a session");
         auto& t = log_turn_options_;
-        optional_option(log_turn_, "--session-id", t.session_id,
+        optional_option(log_turn_, protocol::option::session_id, t.session_id,
                         "The session (default: the most recent active one of the last day)")
             ->check(not_empty());
-        log_turn_->add_option("--type", t.type, "user or tool")
+        log_turn_->add_option(protocol::option::type, t.type, "user or tool")
             ->required()
-            ->check(CLI::IsMember({"user", "tool"}));
-        optional_option(log_turn_, "--prompt", t.prompt, "user: the prompt");
-        optional_option(log_turn_, "--tool-name", t.tool_name, "tool: the tool's name");
-        optional_option(log_turn_, "--tool-input", t.tool_input, "tool: its input, JSON text");
-        optional_option(log_turn_, "--tool-result", t.tool_result, "tool: its result, JSON text");
+            ->check(CLI::IsMember({protocol::LogTurn::kUser, protocol::LogTurn::kTool}));
+        optional_option(log_turn_, protocol::option::prompt, t.prompt, "user: the prompt");
+        optional_option(log_turn_, protocol::option::tool_name, t.tool_name, "tool: the tool's name");
+        optional_option(log_turn_, protocol::option::tool_input, t.tool_input, "tool: its input, JSON text");
+        optional_option(log_turn_, protocol::option::tool_result, t.tool_result, "tool: its result, JSON text");
     }
 
     void add_finalize(CLI::App* conversation) {
-        finalize_ = conversation->add_subcommand("finalize", "End a session");
+        finalize_ = conversation->add_subcommand(protocol::name::finalize, "End a session");
         auto& f = finalize_options_;
-        optional_option(finalize_, "--session-id", f.session_id,
+        optional_option(finalize_, protocol::option::session_id, f.session_id,
                         "The session (default: the most recent active one)")
             ->check(not_empty());
-        finalize_->add_option("--status", f.status, "completed or compacted")
+        finalize_->add_option(protocol::option::status, f.status, "completed or compacted")
             ->required()
-            ->check(CLI::IsMember({"completed", "compacted"}));
+            ->check(CLI::IsMember({protocol::Finalize::kCompleted, protocol::Finalize::kCompacted}));
     }
 
     void add_list(CLI::App* conversation) {
-        list_ = conversation->add_subcommand("list", "List recent sessions, most recent first");
+        list_ = conversation->add_subcommand(protocol::name::list, "List recent sessions, most recent first");
         auto& l = list_options_;
-        list_->add_option("--days", l.days, "Sessions active within this many days (default: 7)")
+        list_->add_option(protocol::option::days, l.days, "Sessions active within this many days (default: 7)")
             ->check(count_validator())
             ->type_name("COUNT");
         list_
-            ->add_option("--status", l.status,
+            ->add_option(protocol::option::status, l.status,
                          "active (open or compacted), completed, compacted or all (default)")
-            ->check(CLI::IsMember({"active", "completed", "compacted", "all"}));
-        list_->add_flag("--json", l.json, "One JSON object instead of a table");
+            ->check(CLI::IsMember({protocol::SessionList::kActive, "completed", "compacted", "all"}));
+        list_->add_flag(protocol::option::json, l.json, "One JSON object instead of a table");
     }
 
     void add_context(CLI::App* conversation) {
         context_ =
-            conversation->add_subcommand("context", "A session's goals, recent activity and files");
+            conversation->add_subcommand(protocol::name::context, "A session's goals, recent activity and files");
         auto& c = context_options_;
         context_->add_option("ID", c.ids, "The session")->expected(1)->type_name("");
-        context_->add_option("--strategy", c.strategy, "How to summarise (default: balanced)")
-            ->check(CLI::IsMember({"balanced"}));
-        context_->add_flag("--json", c.json, "One JSON object instead of text");
+        context_->add_option(protocol::option::strategy, c.strategy, "How to summarise (default: balanced)")
+            ->check(CLI::IsMember({protocol::Context::kBalanced}));
+        context_->add_flag(protocol::option::json, c.json, "One JSON object instead of text");
         // A session id may begin with "-"; it arrives among the extras.
         context_->allow_extras();
     }

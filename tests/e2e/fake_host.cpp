@@ -29,6 +29,8 @@
 #include <thread>
 #include <vector>
 
+#include "protocol/host_commands.hpp"
+
 namespace {
 
 std::string dir;
@@ -121,8 +123,10 @@ int run(const std::vector<std::string>& args) {
 
     std::string key = "unknown";
     if (args.size() > 2) key = args[1] + '-' + args[2];
-    if (key == "query-understand" && args.size() > 3 && args[3].starts_with("--action=")) {
-        key += '-' + args[3].substr(9);
+    const std::string action = protocol::joined(protocol::option::action, "");
+    if (key == std::string(protocol::name::query) + '-' + protocol::name::understand &&
+        args.size() > 3 && args[3].starts_with(action)) {
+        key += '-' + args[3].substr(action.size());
     }
 
     std::string value;

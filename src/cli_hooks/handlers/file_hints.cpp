@@ -8,6 +8,7 @@
 #include "cli_hooks/output/response.hpp"
 #include "cli_hooks/query/runner.hpp"
 #include "support/json.hpp"
+#include "protocol/host_commands.hpp"
 
 namespace cli_hooks {
 
@@ -36,7 +37,7 @@ std::optional<FileLookup> look_up_file(const HookArgs& args) {
 int hook_check_cache(const HookArgs& args) {
     const auto file = look_up_file(args);
     if (!file || !_has_model_authored_understanding(file->result)) return 0;
-    const Json* fresh = support::member(*file->result, "fresh");
+    const Json* fresh = support::member(*file->result, protocol::Recall::kFresh);
     const std::string& p = file->rel_path;
     const std::string message =
         fresh == nullptr || support::truthy(*fresh)
@@ -72,7 +73,7 @@ int hook_remind_store(const HookArgs& args) {
     if (!file) return 0;
     // Any entry the service finds keeps this quiet, the indexer's own stubs included.
     const bool found =
-        support::truthy(file->result) && support::truthy(support::member(*file->result, "found"));
+        support::truthy(file->result) && support::truthy(support::member(*file->result, protocol::Recall::kFound));
     if (found) return 0;
     const std::string& p = file->rel_path;
     output_response(file->agent, "PostToolUse",

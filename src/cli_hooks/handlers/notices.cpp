@@ -10,6 +10,7 @@
 #include "cli_hooks/query/runner.hpp"
 #include "support/json.hpp"
 #include "support/text.hpp"
+#include "protocol/host_commands.hpp"
 
 namespace cli_hooks {
 
@@ -20,7 +21,7 @@ namespace {
 std::optional<std::string> positive_total() {
     const std::optional<Json> stats = get_understanding_stats(10, false);
     if (!support::truthy(stats)) return std::nullopt;
-    const Json* total = support::member(*stats, "total");
+    const Json* total = support::member(*stats, protocol::Stats::kTotal);
     if (total == nullptr) return std::nullopt;
     bool positive = false;
     if (total->is_bool()) {

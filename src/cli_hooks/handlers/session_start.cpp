@@ -10,6 +10,7 @@
 #include "services/session_brief.hpp"
 #include "support/json.hpp"
 #include "support/text.hpp"
+#include "protocol/host_commands.hpp"
 
 namespace cli_hooks {
 
@@ -40,7 +41,7 @@ std::string text_member(const Json& entry, std::string_view key) {
 }
 
 std::string entry_lines(const Json& stats) {
-    const Json* by_scope = support::member(stats, "by_scope");
+    const Json* by_scope = support::member(stats, protocol::Stats::kByScope);
     if (by_scope == nullptr) return "None";
     if (!by_scope->is_object()) {
         throw support::TypeError(std::string("'by_scope' is a ") + support::type_name(*by_scope) +
@@ -48,7 +49,7 @@ std::string entry_lines(const Json& stats) {
     }
     std::string lines;
     for (const auto& [scope, scope_data] : by_scope->members()) {
-        const Json* entries = support::member(scope_data, "entries");
+        const Json* entries = support::member(scope_data, protocol::Stats::kEntries);
         if (entries == nullptr) continue;
         if (!entries->is_array()) {
             throw support::TypeError("'entries' of scope " + scope + " is a " +
@@ -56,10 +57,10 @@ std::string entry_lines(const Json& stats) {
         }
         for (std::size_t i = 0; i < entries->size() && i < kEntriesPerScope; ++i) {
             const Json& entry = (*entries)[i];
-            const Json* fresh = support::member(entry, "fresh");
+            const Json* fresh = support::member(entry, protocol::Stats::kFresh);
             if (!lines.empty()) lines += '\n';
-            lines += "- [" + text_member(entry, "importance") + "] " +
-                     text_member(entry, "target") + " (" + scope + ")";
+            lines += "- [" + text_member(entry, protocol::Stats::kImportance) + "] " +
+                     text_member(entry, protocol::Stats::kTarget) + " (" + scope + ")";
             if (fresh != nullptr && !support::truthy(*fresh)) lines += " [STALE]";
         }
     }
@@ -68,7 +69,7 @@ std::string entry_lines(const Json& stats) {
 
 std::string cache_section(const std::optional<Json>& stats) {
     if (!support::truthy(stats)) return kWarningText;
-    const Json* total = support::member(*stats, "total");
+    const Json* total = support::member(*stats, protocol::Stats::kTotal);
     if (total == nullptr || is_zero(*total)) return kNothingCachedText;
     return "## AI Cache Status\n\n**" + support::plain_text(*total) +
            " entries cached.** Use `understand(action=\"recall\", target=\"...\")` before reading "

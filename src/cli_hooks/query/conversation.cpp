@@ -6,6 +6,7 @@
 #include "support/json.hpp"
 #include "support/text.hpp"
 #include "support/utf8.hpp"
+#include "protocol/host_commands.hpp"
 
 namespace cli_hooks {
 
@@ -37,22 +38,21 @@ const std::string& text_of(const Json& value, std::string_view what) {
 }  // namespace
 
 std::optional<std::string> get_conversation_context() {
-    const auto sessions_data = _run_query_json(
-        {"orvane-tamblo", "conversation", "list", "--days=1", "--status=active", "--json"}, 10);
+    const auto sessions_data = _run_query_json(protocol::SessionList::command(),
+                                               protocol::SessionList::kTimeLimitSeconds);
     if (!support::truthy(sessions_data)) return std::nullopt;
-    const Json& sessions = list_member(*sessions_data, "sessions");
+    const Json& sessions = list_member(*sessions_data, protocol::SessionList::kSessions);
     if (sessions.empty()) return std::nullopt;
-    const Json* id = support::member(sessions[0], "id");
+    const Json* id = support::member(sessions[0], protocol::SessionList::kId);
     if (!support::truthy(id)) return std::nullopt;
     const std::string& session_id = text_of(*id, "session id");
 
-    const auto context_data = _run_query_json(
-        {"orvane-tamblo", "conversation", "context", session_id, "--strategy=balanced", "--json"},
-        15);
+    const auto context_data = _run_query_json(protocol::Context::command(session_id),
+                                              protocol::Context::kTimeLimitSeconds);
     if (!support::truthy(context_data)) return std::nullopt;
 
     std::vector<std::string> sections;
-    const Json& goals = list_member(*context_data, "goals");
+    const Json& goals = list_member(*context_data, protocol::Context::kGoals);
     if (!goals.empty()) {
         sections.emplace_back("### Session Goals");
         for (std::size_t i = 0; i < goals.size() && i < kMaxGoals; ++i) {
@@ -63,14 +63,14 @@ std::optional<std::string> get_conversation_context() {
             sections.push_back(std::move(line));
         }
     }
-    const Json& recent = list_member(*context_data, "recent_activity");
+    const Json& recent = list_member(*context_data, protocol::Context::kRecentActivity);
     if (!recent.empty()) {
         sections.emplace_back("\n### Recent Activity");
         for (std::size_t i = 0; i < recent.size() && i < kMaxActivity; ++i) {
             sections.push_back("- " + support::plain_text(recent[i]));
         }
     }
-    const Json& files = list_member(*context_data, "files_involved");
+    const Json& files = list_member(*context_data, protocol::Context::kFilesInvolved);
     if (!files.empty()) {
         std::string line = "\n### Files Worked On: ";
         for (std::size_t i = 0; i < files.size() && i < kMaxFiles; ++i) {

@@ -7,6 +7,7 @@
 #include "host/commands/text_check.hpp"
 #include "engines/store/store.hpp"
 #include "support/time_text.hpp"
+#include "protocol/host_commands.hpp"
 
 namespace host::commands {
 
@@ -117,9 +118,9 @@ int cmd_list(const ListOptions& o) {
         const auto sessions = Store::open(Store::Access::read).list_sessions(o.days, status);
         if (!o.json) return answer(kList, list_table(sessions, o.days));
         JsonWriter out;
-        out.begin_object().key("sessions").begin_array();
+        out.begin_object().key(protocol::SessionList::kSessions).begin_array();
         for (const auto& s : sessions) {
-            out.begin_object().key("id").value(s.id).key("status").value(s.status);
+            out.begin_object().key(protocol::SessionList::kId).value(s.id).key("status").value(s.status);
             out.key("started_at").value(support::iso8601_utc(s.started_at_ms));
             out.key("last_activity").value(support::iso8601_utc(s.last_activity_ms));
             out.key("turns").value(s.turns).end_object();
@@ -144,9 +145,9 @@ int cmd_context(const ContextOptions& o) {
             return report_error(kContext, "no session with the id '" + id + "'", kFailureStatus);
         if (!o.json) return answer(kContext, context_text(id, *context));
         JsonWriter out;
-        out.begin_object().key("goals").strings(context->goals);
-        out.key("recent_activity").strings(context->recent_activity);
-        out.key("files_involved").strings(context->files_involved).end_object();
+        out.begin_object().key(protocol::Context::kGoals).strings(context->goals);
+        out.key(protocol::Context::kRecentActivity).strings(context->recent_activity);
+        out.key(protocol::Context::kFilesInvolved).strings(context->files_involved).end_object();
         return answer(kContext, out.finish());
     });
 }
