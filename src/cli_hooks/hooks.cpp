@@ -38,6 +38,10 @@ constexpr std::array<HookSpec, 11> kHooks = {{
 
 }  // namespace
 
+std::span<const HookSpec> hook_table() {
+    return kHooks;
+}
+
 int cmd_hooks(const HookArgs& args) {
     return dispatch_hook(args, kHooks);
 }

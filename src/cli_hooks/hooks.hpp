@@ -20,4 +20,7 @@ std::unique_ptr<HooksCommand> add_hooks_subparser(CLI::App& subparsers, int argc
 // Runs the named hook inside the guard; the result is the process exit status.
 int cmd_hooks(const HookArgs& args);
 
+// The table itself, for the tests that run every hook.
+std::span<const HookSpec> hook_table();
+
 }  // namespace cli_hooks

@@ -17,10 +17,6 @@
 
 namespace {
 
-constexpr std::array<const char*, 11> kHooks = {
-    "session-start",  "restore-compact",  "check-cache",       "refresh-cache",
-    "suggest-tamblo", "remind-store",     "persist-learnings", "save-compact",
-    "inject-context", "log-conversation", "finalize"};
 constexpr std::array<const char*, 4> kAgents = {"claude", "copilot", "cursor", "windsurf"};
 
 int stdin_fd = -1;
@@ -65,8 +61,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ::close(in);
 
     cli_hooks::HookArgs args;
-    args.hook_command = kHooks[pick % kHooks.size()];
-    args.agent = kAgents[(pick / kHooks.size()) % kAgents.size()];
+    const auto hooks = cli_hooks::hook_table();
+    args.hook_command = std::string(hooks[pick % hooks.size()].name);
+    args.agent = kAgents[(pick / hooks.size()) % kAgents.size()];
     args.turn_type = (pick & 0x80) ? "tool" : "user";
     if (cli_hooks::cmd_hooks(args) != 0) std::abort();
     return 0;

@@ -10,6 +10,8 @@ namespace cli_hooks {
 
 namespace {
 
+// The product's own usage line, word for word: it names nine of the eleven hooks (not
+// refresh-cache and suggest-tamblo); `hooks --help` lists all of them from the hook table.
 constexpr const char* kUsage =
     "Usage: orvane-tamblo hooks {session-start|restore-compact|check-cache|remind-store|"
     "persist-learnings|save-compact|inject-context|log-conversation|finalize}\n";
@@ -25,8 +27,7 @@ void report_failure(std::string_view hook_cmd, std::string_view description) {
     }
 }
 
-}  // namespace
-
+// Runs `handler`; any failure it lets escape becomes one line on standard error and status 0.
 int _run_guarded(std::string_view hook_cmd, HookHandler handler, const HookArgs& args) {
     try {
         const int rc = handler(args);
@@ -39,6 +40,8 @@ int _run_guarded(std::string_view hook_cmd, HookHandler handler, const HookArgs&
     }
     return 0;
 }
+
+}  // namespace
 
 int dispatch_hook(const HookArgs& args, std::span<const HookSpec> hooks) {
     const auto& hook_cmd = args.hook_command;

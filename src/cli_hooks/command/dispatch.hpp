@@ -19,7 +19,4 @@ struct HookSpec {
 // without a hook it writes the usage line and returns 1.
 int dispatch_hook(const HookArgs& args, std::span<const HookSpec> hooks);
 
-// Runs `handler`; any failure it lets escape becomes one line on standard error and status 0.
-int _run_guarded(std::string_view hook_cmd, HookHandler handler, const HookArgs& args);
-
 }  // namespace cli_hooks
