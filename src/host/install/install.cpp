@@ -147,17 +147,15 @@ Json in_shape(const LoadedConfig& loaded, Change change) {
     }
 }
 
-// Builds every step before anything is written, so that one file we cannot use changes nothing.
-std::vector<Step> plan(const InstallOptions& options, const AgentSpec& agent, const Places& places,
-                       std::vector<std::string>& notes) {
-    std::vector<Step> steps;
-    const bool uninstall = options.uninstall;
-
-    bool hooks_wanted = true;
-    if (!uninstall && also_runs_claude_hooks(agent)) {
+// Whether this agent's own hook file is wanted: Cursor and Copilot also run Claude Code's hooks, so
+// where those run orvane-tamblo already, theirs are left out (with a note); Claude Code's are
+// refused while theirs run it. Uninstalling always wants the file.
+bool hooks_wanted(const InstallOptions& options, const AgentSpec& agent, const Places& places,
+                  std::vector<std::string>& notes) {
+    if (options.uninstall) return true;
+    if (also_runs_claude_hooks(agent)) {
         const auto claude = files_running_our_hooks(places, *find_agent("claude"), true);
         if (!claude.empty()) {
-            hooks_wanted = false;
             notes.push_back(
                 std::string(agent.title) + " also runs the hooks in " + claude[0] +
                 ", which already run orvane-tamblo, so " + hooks_file(places, agent).shown +
@@ -165,9 +163,10 @@ std::vector<Step> plan(const InstallOptions& options, const AgentSpec& agent, co
                 " hooks of its own instead, first run: orvane-tamblo install-hooks "
                 "--agent claude --uninstall" +
                 (places.user_scope ? " --scope user" : ""));
+            return false;
         }
     }
-    if (!uninstall && agent.name == "claude") {
+    if (agent.name == "claude") {
         for (const AgentSpec& other : agents()) {
             if (!also_runs_claude_hooks(other)) continue;
             const auto theirs = files_running_our_hooks(places, other);
@@ -182,27 +181,33 @@ std::vector<Step> plan(const InstallOptions& options, const AgentSpec& agent, co
                               (theirs[0].starts_with("~/") ? " --scope user" : "") + ")");
         }
     }
+    return true;
+}
 
-    const std::string program = uninstall ? std::string() : program_to_run();
-    if (hooks_wanted) {
-        LoadedConfig loaded = load_config(hooks_file(places, agent));
-        HookCounts counts;
-        const Json updated = in_shape(loaded, [&] {
-            return uninstall ? remove_hooks(loaded.doc, agent, counts)
-                             : add_hooks(loaded.doc, agent, platform::shell_quote(program), counts);
-        });
-        Change change = plan_change(loaded, updated, uninstall, &runs_our_hooks);
-        steps.push_back({std::move(loaded), std::move(change), describe_hooks(counts, uninstall)});
-    }
+Step hooks_step(const InstallOptions& options, const AgentSpec& agent, const Places& places,
+                const std::string& program) {
+    LoadedConfig loaded = load_config(hooks_file(places, agent));
+    HookCounts counts;
+    const Json updated = in_shape(loaded, [&] {
+        return options.uninstall
+                   ? remove_hooks(loaded.doc, agent, counts)
+                   : add_hooks(loaded.doc, agent, platform::shell_quote(program), counts);
+    });
+    Change change = plan_change(loaded, updated, options.uninstall, &runs_our_hooks);
+    return {std::move(loaded), std::move(change), describe_hooks(counts, options.uninstall)};
+}
 
+// The MCP server's entry. Another agent may read the same file (Claude Code and Copilot share
+// .mcp.json): uninstalling keeps the entry while that agent's installation runs our hooks.
+Step mcp_step(const InstallOptions& options, const AgentSpec& agent, const Places& places,
+              const std::string& program, std::vector<std::string>& notes) {
     LoadedConfig loaded = load_config(mcp_file(places, agent));
     bool changed = false;
     Json updated = loaded.doc;
     std::string what = "MCP server orvane-tamblo registered";
-    if (!uninstall) {
+    if (!options.uninstall) {
         updated = in_shape(loaded, [&] { return add_mcp_server(loaded.doc, program, changed); });
     } else {
-        // Another agent may read the same file (Claude Code and Copilot share .mcp.json).
         std::string still_used_by;
         for (const AgentSpec& other : agents()) {
             if (other.name == agent.name) continue;
@@ -217,8 +222,18 @@ std::vector<Step> plan(const InstallOptions& options, const AgentSpec& agent, co
                             still_used_by + "'s installation uses it too");
         }
     }
-    Change change = plan_change(loaded, updated, uninstall, &has_mcp_server);
-    steps.push_back({std::move(loaded), std::move(change), what});
+    Change change = plan_change(loaded, updated, options.uninstall, &has_mcp_server);
+    return {std::move(loaded), std::move(change), what};
+}
+
+// Builds every step before anything is written, so that one file we cannot use changes nothing.
+std::vector<Step> plan(const InstallOptions& options, const AgentSpec& agent, const Places& places,
+                       std::vector<std::string>& notes) {
+    std::vector<Step> steps;
+    const bool with_hooks = hooks_wanted(options, agent, places, notes);
+    const std::string program = options.uninstall ? std::string() : program_to_run();
+    if (with_hooks) steps.push_back(hooks_step(options, agent, places, program));
+    steps.push_back(mcp_step(options, agent, places, program, notes));
     return steps;
 }
 

@@ -99,74 +99,78 @@ std::string describe(const ::store::RecalledUnderstanding& recalled, bool with_s
 }
 
 Json Tools::understand(const Json& arguments) {
-    const std::string& root = root_;
     const Arguments args("understand", arguments,
                          {"action", "target", "scope", "purpose", "key_points", "gotchas",
                           "importance", "query", "limit", "offset"});
     const auto action = args.choice("action", {"store", "recall", "list"});
-    if (!action)
+    if (!action) {
         throw RpcError(RpcCode::invalid_params,
-                       "Invalid arguments for understand: "
-                       "\"action\" is required");
-    const auto scope = args.text("scope");
-    const auto query = args.text("query");
-    const auto limit = args.integer("limit", 1, 200);
-    const auto offset = args.integer("offset", 0, 999999999);
-
-    if (*action == "store") {
-        ::store::Understanding u;
-        u.target = normalize_target(root, args.required_text("target", "action \"store\""));
-        if (scope && !scope->empty()) u.scope = *scope;
-        if (auto importance = args.choice("importance", {"high", "medium", "low"})) {
-            u.importance = *importance;
-        }
-        u.purpose = args.text("purpose");
-        u.key_points = args.texts("key_points");
-        u.gotchas = args.texts("gotchas");
-        store(true).store_understanding(u);
-        return text_result("Stored the understanding of " + u.target + " (" + u.scope +
-                           ", importance " + u.importance +
-                           "). Later sessions are pointed to it before they read the file.");
+                       "Invalid arguments for understand: \"action\" is required");
     }
-    args.texts("key_points");  // still checked, so that a wrong type is never silently ignored
+    // Every argument is checked whatever the action, so that a wrong type is never silently
+    // ignored.
+    args.texts("key_points");
     args.texts("gotchas");
     args.choice("importance", {"high", "medium", "low"});
     args.text("purpose");
+    args.integer("limit", 1, 200);
+    args.integer("offset", 0, 999999999);
+    if (*action == "store") return understand_store(args);
+    if (*action == "recall") return understand_recall(args);
+    return understand_list(args);
+}
 
-    if (*action == "recall") {
-        if (auto target = args.text("target"); target && !target->empty()) {
-            const std::string wanted = normalize_target(root, *target);
-            const auto recalled = store(false).recall_understanding(
-                wanted, scope && !scope->empty() ? scope : std::nullopt);
-            if (!recalled) {
-                return text_result("Nothing is cached for " + wanted +
-                                   ". After reading it, cache what you "
-                                   "learn: understand(action=\"store\", scope=\"file\", target=\"" +
-                                   wanted +
-                                   "\", purpose=\"...\", key_points=[...], gotchas=[...]).");
-            }
-            return text_result(describe(*recalled, true));
-        }
-        if (!query || query->empty()) {
-            throw RpcError(RpcCode::invalid_params,
-                           "Invalid arguments for understand: action \"recall\" needs a "
-                           "\"target\" (a file path) or a \"query\" (words to search for)");
-        }
-        const auto found = store(false).search_understandings(*query, limit.value_or(10));
-        if (found.empty()) {
-            return text_result("No cached understanding matches " + quoted(*query) + ".");
-        }
-        std::string out = std::to_string(found.size()) +
-                          (found.size() == 1 ? " match" : " matches") + " for " + quoted(*query) +
-                          ", best first:";
-        for (std::size_t i = 0; i < found.size(); ++i) {
-            out += "\n\n" + std::to_string(i + 1) + ". " + describe(found[i], false);
-        }
-        return text_result(out);
+Json Tools::understand_store(const Arguments& args) {
+    ::store::Understanding u;
+    u.target = normalize_target(root_, args.required_text("target", "action \"store\""));
+    if (const auto scope = args.text("scope"); scope && !scope->empty()) u.scope = *scope;
+    if (auto importance = args.choice("importance", {"high", "medium", "low"})) {
+        u.importance = *importance;
     }
+    u.purpose = args.text("purpose");
+    u.key_points = args.texts("key_points");
+    u.gotchas = args.texts("gotchas");
+    store(true).store_understanding(u);
+    return text_result("Stored the understanding of " + u.target + " (" + u.scope +
+                       ", importance " + u.importance +
+                       "). Later sessions are pointed to it before they read the file.");
+}
 
-    const auto first = static_cast<std::size_t>(offset.value_or(0));
-    const auto page = store(false).understanding_page(first, limit.value_or(50));
+Json Tools::understand_recall(const Arguments& args) {
+    const auto scope = args.text("scope");
+    if (auto target = args.text("target"); target && !target->empty()) {
+        const std::string wanted = normalize_target(root_, *target);
+        const auto recalled = store(false).recall_understanding(
+            wanted, scope && !scope->empty() ? scope : std::nullopt);
+        if (!recalled) {
+            return text_result("Nothing is cached for " + wanted +
+                               ". After reading it, cache what you "
+                               "learn: understand(action=\"store\", scope=\"file\", target=\"" +
+                               wanted + "\", purpose=\"...\", key_points=[...], gotchas=[...]).");
+        }
+        return text_result(describe(*recalled, true));
+    }
+    const auto query = args.text("query");
+    if (!query || query->empty()) {
+        throw RpcError(RpcCode::invalid_params,
+                       "Invalid arguments for understand: action \"recall\" needs a "
+                       "\"target\" (a file path) or a \"query\" (words to search for)");
+    }
+    const auto found =
+        store(false).search_understandings(*query, args.integer("limit", 1, 200).value_or(10));
+    if (found.empty()) return text_result("No cached understanding matches " + quoted(*query) + ".");
+    std::string out = std::to_string(found.size()) + (found.size() == 1 ? " match" : " matches") +
+                      " for " + quoted(*query) + ", best first:";
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        out += "\n\n" + std::to_string(i + 1) + ". " + describe(found[i], false);
+    }
+    return text_result(out);
+}
+
+Json Tools::understand_list(const Arguments& args) {
+    const auto first = static_cast<std::size_t>(args.integer("offset", 0, 999999999).value_or(0));
+    const auto page =
+        store(false).understanding_page(first, args.integer("limit", 1, 200).value_or(50));
     if (page.total == 0) {
         return text_result(
             "Nothing is cached yet. After analyzing a file: understand("

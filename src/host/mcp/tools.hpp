@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "engines/store/store.hpp"
+#include "host/mcp/arguments.hpp"
 #include "support/json.hpp"
 
 namespace host::mcp {
@@ -29,6 +30,9 @@ class Tools {
     // The open store, for writing when `write` (which creates it when missing).
     ::store::Store& store(bool write);
     support::Json understand(const support::Json& arguments);
+    support::Json understand_store(const Arguments& args);
+    support::Json understand_recall(const Arguments& args);
+    support::Json understand_list(const Arguments& args);
     support::Json remember(const support::Json& arguments);
 
     std::string root_;

@@ -190,13 +190,64 @@ class Child {
         }
     }
 
-    HANDLE job() const { return job_.h; }
-    HANDLE process() const { return process_.h; }
-    void started(const PROCESS_INFORMATION& info) {
+    // Starts `program` with the command line `line`, its output on the pipes' ends and standard
+    // input shared, inside the job before it runs a single instruction. Throws ProcessStartError.
+    void start(const std::string& name, const std::wstring& program, std::wstring line, Pipe& out,
+               Pipe& err) {
+        if (job_.h == nullptr) start_failed(name, GetLastError());
+        // Standard input is shared with the child, through a copy it may inherit.
+        Handle input;
+        const HANDLE own_input = GetStdHandle(STD_INPUT_HANDLE);
+        if (own_input != nullptr && own_input != INVALID_HANDLE_VALUE) {
+            HANDLE copy = nullptr;
+            if (DuplicateHandle(GetCurrentProcess(), own_input, GetCurrentProcess(), &copy, 0,
+                                TRUE, DUPLICATE_SAME_ACCESS)) {
+                input.reset(copy);
+            }
+        }
+        // Only these handles pass to the child, not whatever else of ours happens to be
+        // inheritable.
+        HANDLE inherited[3] = {out.theirs.h, err.theirs.h, input.h};
+        const DWORD inherited_count = input.h != nullptr ? 3 : 2;
+        SIZE_T size = 0;
+        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        std::string attribute_storage(size, '\0');
+        auto* attributes = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attribute_storage.data());
+        if (!InitializeProcThreadAttributeList(attributes, 1, 0, &size) ||
+            !UpdateProcThreadAttribute(attributes, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited,
+                                       inherited_count * sizeof(HANDLE), nullptr, nullptr)) {
+            start_failed(name, GetLastError());
+        }
+        STARTUPINFOEXW startup{};
+        startup.StartupInfo.cb = sizeof startup;
+        startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+        startup.StartupInfo.hStdInput = input.h;
+        startup.StartupInfo.hStdOutput = out.theirs.h;
+        startup.StartupInfo.hStdError = err.theirs.h;
+        startup.lpAttributeList = attributes;
+
+        PROCESS_INFORMATION info{};
+        // Suspended until it is in the job, so that nothing it starts escapes the deadline.
+        const BOOL started = CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE,
+                                            CREATE_SUSPENDED | EXTENDED_STARTUPINFO_PRESENT,
+                                            nullptr, nullptr, &startup.StartupInfo, &info);
+        const DWORD start_error = GetLastError();
+        DeleteProcThreadAttributeList(attributes);
+        if (!started) start_failed(name, start_error);
         process_.reset(info.hProcess);
         thread_.reset(info.hThread);
+        if (!AssignProcessToJobObject(job_.h, process_.h)) {
+            const DWORD error = GetLastError();
+            TerminateProcess(process_.h, 1);  // not in the job: the guard cannot reach it
+            WaitForSingleObject(process_.h, INFINITE);
+            waited_ = true;
+            start_failed(name, error);
+        }
+        ResumeThread(thread_.h);
+        // Only the child writes to the pipes now, so they close when it and its children are done.
+        out.theirs.reset();
+        err.theirs.reset();
     }
-    HANDLE thread() const { return thread_.h; }
 
     // The exit code once the child has ended within `ms`, else nullopt.
     std::optional<DWORD> wait(DWORD ms, const std::vector<std::string>& argv) {
@@ -219,83 +270,9 @@ class Child {
     bool waited_ = false;
 };
 
-}  // namespace
-
-void set_program_entry(ProgramEntry /*entry*/) {}
-
-ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
-                          ChildOutput output) {
-    process_text::check_arguments(argv);
-    const auto deadline = Clock::now() + timeout;
-    install_console_handler();
-
-    const auto program = find_program(argv[0]);
-    if (!program) start_failed(argv[0], ERROR_FILE_NOT_FOUND);
-    // The program name goes between quotes, which no escape can put inside it.
-    if (argv[0].find('"') != std::string::npos) start_failed(argv[0], ERROR_INVALID_NAME);
-    std::wstring line = command_line(argv);
-    // The most a command line may hold, its terminating NUL included.
-    if (line.size() >= 32767) start_failed(argv[0], ERROR_FILENAME_EXCED_RANGE);
-
-    ProcessResult result;
-    Pipe out(output == ChildOutput::keep ? &result.out : nullptr);
-    Pipe err(nullptr);  // drained, never kept
-    if (!out.ready() || !err.ready()) start_failed(argv[0], GetLastError());
-
-    // Standard input is shared with the child, through a copy it may inherit.
-    Handle input;
-    const HANDLE own_input = GetStdHandle(STD_INPUT_HANDLE);
-    if (own_input != nullptr && own_input != INVALID_HANDLE_VALUE) {
-        HANDLE copy = nullptr;
-        if (DuplicateHandle(GetCurrentProcess(), own_input, GetCurrentProcess(), &copy, 0, TRUE,
-                            DUPLICATE_SAME_ACCESS)) {
-            input.reset(copy);
-        }
-    }
-
-    // Only these handles pass to the child, not whatever else of ours happens to be inheritable.
-    HANDLE inherited[3] = {out.theirs.h, err.theirs.h, input.h};
-    const DWORD inherited_count = input.h != nullptr ? 3 : 2;
-    SIZE_T size = 0;
-    InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
-    std::string attribute_storage(size, '\0');
-    auto* attributes = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attribute_storage.data());
-    if (!InitializeProcThreadAttributeList(attributes, 1, 0, &size) ||
-        !UpdateProcThreadAttribute(attributes, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited,
-                                   inherited_count * sizeof(HANDLE), nullptr, nullptr)) {
-        start_failed(argv[0], GetLastError());
-    }
-    STARTUPINFOEXW startup{};
-    startup.StartupInfo.cb = sizeof startup;
-    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
-    startup.StartupInfo.hStdInput = input.h;
-    startup.StartupInfo.hStdOutput = out.theirs.h;
-    startup.StartupInfo.hStdError = err.theirs.h;
-    startup.lpAttributeList = attributes;
-
-    Child child;
-    if (child.job() == nullptr) start_failed(argv[0], GetLastError());
-    PROCESS_INFORMATION info{};
-    const std::wstring application = windows::wide_path(*program);
-    // Suspended until it is in the job, so that nothing it starts escapes the deadline.
-    const BOOL started = CreateProcessW(application.c_str(), line.data(), nullptr, nullptr, TRUE,
-                                        CREATE_SUSPENDED | EXTENDED_STARTUPINFO_PRESENT, nullptr,
-                                        nullptr, &startup.StartupInfo, &info);
-    const DWORD start_error = GetLastError();
-    DeleteProcThreadAttributeList(attributes);
-    if (!started) start_failed(argv[0], start_error);
-    child.started(info);
-    if (!AssignProcessToJobObject(child.job(), child.process())) {
-        const DWORD error = GetLastError();
-        TerminateProcess(child.process(), 1);  // not in the job: the guard cannot reach it
-        WaitForSingleObject(child.process(), INFINITE);
-        start_failed(argv[0], error);
-    }
-    ResumeThread(child.thread());
-    out.theirs.reset();
-    err.theirs.reset();
-    input.reset();
-
+// Reads both pipes until the child closes them, keeping what `out` keeps.
+void drain(Pipe& out, Pipe& err, Clock::time_point deadline, const std::vector<std::string>& argv,
+           std::chrono::milliseconds timeout) {
     out.start_read();
     err.start_read();
     while (out.open || err.open) {
@@ -318,6 +295,38 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
                 std::to_string(kMaxChildOutput >> 20) + " MiB to standard output");
         }
     }
+}
+
+// The command line of `argv`, when Windows can carry it. Throws ProcessStartError.
+std::wstring checked_command_line(const std::vector<std::string>& argv) {
+    // The program name goes between quotes, which no escape can put inside it.
+    if (argv[0].find('"') != std::string::npos) start_failed(argv[0], ERROR_INVALID_NAME);
+    std::wstring line = command_line(argv);
+    // The most a command line may hold, its terminating NUL included.
+    if (line.size() >= 32767) start_failed(argv[0], ERROR_FILENAME_EXCED_RANGE);
+    return line;
+}
+
+}  // namespace
+
+void set_program_entry(ProgramEntry /*entry*/) {}
+
+ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
+                          ChildOutput output) {
+    process_text::check_arguments(argv);
+    const auto deadline = Clock::now() + timeout;
+    install_console_handler();
+    const auto program = find_program(argv[0]);
+    if (!program) start_failed(argv[0], ERROR_FILE_NOT_FOUND);
+    std::wstring line = checked_command_line(argv);
+
+    ProcessResult result;
+    Pipe out(output == ChildOutput::keep ? &result.out : nullptr);
+    Pipe err(nullptr);  // drained, never kept
+    if (!out.ready() || !err.ready()) start_failed(argv[0], GetLastError());
+    Child child;
+    child.start(argv[0], windows::wide_path(*program), std::move(line), out, err);
+    drain(out, err, deadline, argv, timeout);
 
     // Both streams are closed; the child is normally gone by now or about to be.
     const auto code = child.wait(milliseconds_left(deadline), argv);
