@@ -5,11 +5,11 @@
 #include <algorithm>
 
 #include "cli_hooks/hooks.hpp"
-#include "host/install/install.hpp"
-#include "host/mcp/server.hpp"
 #include "host/commands/index_options.hpp"
 #include "host/commands/options.hpp"
 #include "host/commands/text_check.hpp"
+#include "host/install/install.hpp"
+#include "host/mcp/server.hpp"
 #include "platform/io.hpp"
 #include "protocol/host_commands.hpp"
 
@@ -174,15 +174,18 @@ class HostCommands {
     static bool parsed(const CLI::App* command) { return command != nullptr && command->parsed(); }
 
     void add_query(CLI::App& app) {
-        CLI::App* query = app.add_subcommand(protocol::name::query, "Ask the repository's AI cache");
+        CLI::App* query =
+            app.add_subcommand(protocol::name::query, "Ask the repository's AI cache");
         query->require_subcommand(1);
-        understand_ = query->add_subcommand(
-            protocol::name::understand, "Store, recall or summarise the cached understanding of files");
+        understand_ =
+            query->add_subcommand(protocol::name::understand,
+                                  "Store, recall or summarise the cached understanding of files");
         auto& o = understand_options_;
         understand_->add_option(protocol::option::action, o.action, "store, recall or stats")
             ->required()
             ->check(CLI::IsMember({"store", protocol::Recall::kAction, protocol::Stats::kAction}));
-        optional_option(understand_, protocol::option::target, o.target, "The file (or other target)")
+        optional_option(understand_, protocol::option::target, o.target,
+                        "The file (or other target)")
             ->check(not_empty());
         optional_option(understand_, "--scope", o.scope, "The target's scope (default: file)")
             ->check(not_empty());
@@ -200,7 +203,9 @@ class HostCommands {
                               "Mark the entry as the indexer's, not an agent's analysis");
         optional_option(understand_, protocol::option::limit, o.limit,
                         "stats: list at most this many entries (default: 50)");
-        understand_->get_option(protocol::option::limit)->check(count_validator())->type_name("COUNT");
+        understand_->get_option(protocol::option::limit)
+            ->check(count_validator())
+            ->type_name("COUNT");
         understand_->add_flag(protocol::option::include_fresh, o.include_fresh,
                               "stats: list fresh entries too, after the stale ones");
         add_search(query);
@@ -215,12 +220,14 @@ class HostCommands {
             ->check(CLI::IsMember({"symbols"}));
         optional_option(search_, "--query", s.query,
                         "A name, a prefix, part of one, or its words (getUser finds get_user)");
-        optional_option(search_, "--kind", s.kind, "Only definitions of this kind (function, class, ...)");
+        optional_option(search_, "--kind", s.kind,
+                        "Only definitions of this kind (function, class, ...)");
         optional_option(search_, "--path", s.path, "Only files whose path starts with this");
         optional_option(search_, "--limit", s.limit, "At most this many (default: 50)");
         search_->get_option("--limit")->check(count_validator())->type_name("COUNT");
-        search_->footer("Answers one JSON object: {\"results\": [...], \"truncated\": ...}. "
-                        "Needs the index (orvane-tamblo index).");
+        search_->footer(
+            "Answers one JSON object: {\"results\": [...], \"truncated\": ...}. "
+            "Needs the index (orvane-tamblo index).");
     }
 
     void add_symbol(CLI::App* query) {
@@ -236,24 +243,27 @@ class HostCommands {
                         "A file to answer for: its own definitions and those it imports first");
         optional_option(symbol_, "--limit", s.limit, "At most this many (default: 50)");
         symbol_->get_option("--limit")->check(count_validator())->type_name("COUNT");
-        symbol_->footer("Answers one JSON object: {\"results\": [...], \"truncated\": ...}. "
-                        "Needs the index (orvane-tamblo index).");
+        symbol_->footer(
+            "Answers one JSON object: {\"results\": [...], \"truncated\": ...}. "
+            "Needs the index (orvane-tamblo index).");
     }
 
     void add_index(CLI::App& app) {
         index_ = app.add_subcommand("index", "Build or refresh the code index of this repository");
         index_->add_flag("--rebuild", index_options_.rebuild,
                          "Build it anew instead of refreshing what changed");
-        index_->add_flag("--json", index_options_.json, "One JSON object instead of a line of text");
+        index_->add_flag("--json", index_options_.json,
+                         "One JSON object instead of a line of text");
         index_->footer(
             "Indexes the files git would track (honouring every .gitignore, .git/info/exclude and\n"
-            "your global excludes) into memory/codebase-index/index.db: definitions and references\n"
+            "your global excludes) into memory/codebase-index/index.db: definitions and "
+            "references\n"
             "for the query search and query symbol commands. A refresh parses only what changed.");
     }
 
     void add_conversation(CLI::App& app, std::string_view sub) {
-        CLI::App* conversation =
-            app.add_subcommand(protocol::name::conversation, "Record and recall agent conversations");
+        CLI::App* conversation = app.add_subcommand(protocol::name::conversation,
+                                                    "Record and recall agent conversations");
         conversation->require_subcommand(1);
         // The hooks' log-turn runs at every prompt and tool use: each subcommand's options cost
         // about as much to register as the turn costs to store.
@@ -266,7 +276,8 @@ class HostCommands {
     }
 
     void add_log_turn(CLI::App* conversation) {
-        log_turn_ = conversation->add_subcommand(protocol::name::log_turn, "Append a turn to a session");
+        log_turn_ =
+            conversation->add_subcommand(protocol::name::log_turn, "Append a turn to a session");
         auto& t = log_turn_options_;
         optional_option(log_turn_, protocol::option::session_id, t.session_id,
                         "The session (default: the most recent active one of the last day)")
@@ -275,9 +286,12 @@ class HostCommands {
             ->required()
             ->check(CLI::IsMember({protocol::LogTurn::kUser, protocol::LogTurn::kTool}));
         optional_option(log_turn_, protocol::option::prompt, t.prompt, "user: the prompt");
-        optional_option(log_turn_, protocol::option::tool_name, t.tool_name, "tool: the tool's name");
-        optional_option(log_turn_, protocol::option::tool_input, t.tool_input, "tool: its input, JSON text");
-        optional_option(log_turn_, protocol::option::tool_result, t.tool_result, "tool: its result, JSON text");
+        optional_option(log_turn_, protocol::option::tool_name, t.tool_name,
+                        "tool: the tool's name");
+        optional_option(log_turn_, protocol::option::tool_input, t.tool_input,
+                        "tool: its input, JSON text");
+        optional_option(log_turn_, protocol::option::tool_result, t.tool_result,
+                        "tool: its result, JSON text");
     }
 
     void add_finalize(CLI::App* conversation) {
@@ -288,28 +302,35 @@ class HostCommands {
             ->check(not_empty());
         finalize_->add_option(protocol::option::status, f.status, "completed or compacted")
             ->required()
-            ->check(CLI::IsMember({protocol::Finalize::kCompleted, protocol::Finalize::kCompacted}));
+            ->check(
+                CLI::IsMember({protocol::Finalize::kCompleted, protocol::Finalize::kCompacted}));
     }
 
     void add_list(CLI::App* conversation) {
-        list_ = conversation->add_subcommand(protocol::name::list, "List recent sessions, most recent first");
+        list_ = conversation->add_subcommand(protocol::name::list,
+                                             "List recent sessions, most recent first");
         auto& l = list_options_;
-        list_->add_option(protocol::option::days, l.days, "Sessions active within this many days (default: 7)")
+        list_
+            ->add_option(protocol::option::days, l.days,
+                         "Sessions active within this many days (default: 7)")
             ->check(count_validator())
             ->type_name("COUNT");
         list_
             ->add_option(protocol::option::status, l.status,
                          "active (open or compacted), completed, compacted or all (default)")
-            ->check(CLI::IsMember({protocol::SessionList::kActive, "completed", "compacted", "all"}));
+            ->check(
+                CLI::IsMember({protocol::SessionList::kActive, "completed", "compacted", "all"}));
         list_->add_flag(protocol::option::json, l.json, "One JSON object instead of a table");
     }
 
     void add_context(CLI::App* conversation) {
-        context_ =
-            conversation->add_subcommand(protocol::name::context, "A session's goals, recent activity and files");
+        context_ = conversation->add_subcommand(protocol::name::context,
+                                                "A session's goals, recent activity and files");
         auto& c = context_options_;
         context_->add_option("ID", c.ids, "The session")->expected(1)->type_name("");
-        context_->add_option(protocol::option::strategy, c.strategy, "How to summarise (default: balanced)")
+        context_
+            ->add_option(protocol::option::strategy, c.strategy,
+                         "How to summarise (default: balanced)")
             ->check(CLI::IsMember({protocol::Context::kBalanced}));
         context_->add_flag(protocol::option::json, c.json, "One JSON object instead of text");
         // A session id may begin with "-"; it arrives among the extras.

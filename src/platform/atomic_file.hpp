@@ -19,8 +19,8 @@ namespace platform {
 void replace_file_synced(const std::string& path, std::string_view data,
                          const std::string& like = {});
 
-// Removes the temporary files that replace_file_synced() runs left beside `path` when they were killed
-// before the rename. Those of a process that still runs are left alone. Throws OsError.
+// Removes the temporary files that replace_file_synced() runs left beside `path` when they were
+// killed before the rename. Those of a process that still runs are left alone. Throws OsError.
 void remove_stale_temporaries(const std::string& path);
 
 // Removes the file (or link) at `path`; a missing one is fine. Throws OsError.

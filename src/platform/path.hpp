@@ -47,5 +47,4 @@ std::string current_directory();
 // character.
 std::string canonical_path(std::string_view path);
 
-
 }  // namespace platform

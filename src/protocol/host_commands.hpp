@@ -18,7 +18,8 @@ namespace protocol {
 inline constexpr const char* kProgram = "orvane-tamblo";
 
 // Command and option names, shared by both sides. An option the hooks give a value is written
-// joined ("--target=src/a.py") for the values the hooks join, apart ("--type", "user") for the rest.
+// joined ("--target=src/a.py") for the values the hooks join, apart ("--type", "user") for the
+// rest.
 namespace name {
 inline constexpr const char* query = "query";
 inline constexpr const char* understand = "understand";
@@ -94,8 +95,12 @@ struct SessionList {
     static constexpr int kTimeLimitSeconds = 10;
     static constexpr const char* kActive = "active";
     static std::vector<std::string> command() {
-        return {kProgram, name::conversation, name::list, joined(option::days, "1"),
-                joined(option::status, kActive), option::json};
+        return {kProgram,
+                name::conversation,
+                name::list,
+                joined(option::days, "1"),
+                joined(option::status, kActive),
+                option::json};
     }
     // {"sessions": [{"id": ...}, ...]}
     static constexpr const char* kSessions = "sessions";
@@ -107,8 +112,12 @@ struct Context {
     static constexpr int kTimeLimitSeconds = 15;
     static constexpr const char* kBalanced = "balanced";
     static std::vector<std::string> command(std::string_view session_id) {
-        return {kProgram, name::conversation, name::context, std::string(session_id),
-                joined(option::strategy, kBalanced), option::json};
+        return {kProgram,
+                name::conversation,
+                name::context,
+                std::string(session_id),
+                joined(option::strategy, kBalanced),
+                option::json};
     }
     static constexpr const char* kGoals = "goals";
     static constexpr const char* kRecentActivity = "recent_activity";

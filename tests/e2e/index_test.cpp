@@ -134,8 +134,8 @@ TEST_F(Index, FindsEachLanguagesDefinitionsAndTheirCallers) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.callee);
-        EXPECT_EQ(query("callers", c.callee),
-                  std::string("{\"results\": [{") + c.hit + ", \"calls\": 1}], \"truncated\": false}\n");
+        EXPECT_EQ(query("callers", c.callee), std::string("{\"results\": [{") + c.hit +
+                                                  ", \"calls\": 1}], \"truncated\": false}\n");
         EXPECT_EQ(query("definition", c.caller),
                   std::string("{\"results\": [{") + c.hit + "}], \"truncated\": false}\n");
     }
@@ -206,15 +206,16 @@ TEST_F(Index, RefreshAnswersAsAFreshIndexWould) {
         "    return x * 2\n");
     fs::rename(repo_ / "src/js/cart.js", repo_ / "src/js/basket.js");
     fs::remove(repo_ / "src/c/list.c");
-    put("src/c/more.c", "int twice(int x) { return x + x; }\nint four(void) { return twice(2); }\n");
+    put("src/c/more.c",
+        "int twice(int x) { return x + x; }\nint four(void) { return twice(2); }\n");
     EXPECT_EQ(index_json(),
               "{\"files\": 9, \"parsed\": 3, \"unchanged\": 6, \"removed\": 2, \"skipped\": "
               "{\"large\": 0, \"binary\": 0, \"minified\": 0, \"generated\": 0, \"timed_out\": 0, "
               "\"failed\": 0, \"unreadable\": 0}, \"other_files\": 0, \"definitions\": 26, "
               "\"references\": 16, \"seconds\": S, \"rebuilt\": false}\n");
     const std::vector<std::pair<std::string, std::string>> asked = {
-        {"callers", "scale"},  {"callers", "grow"},  {"definition", "total"},
-        {"callers", "twice"},  {"definition", "sum"}, {"references", "price"}};
+        {"callers", "scale"}, {"callers", "grow"},   {"definition", "total"},
+        {"callers", "twice"}, {"definition", "sum"}, {"references", "price"}};
     std::vector<std::string> refreshed;
     for (const auto& [action, name] : asked) refreshed.push_back(query(action, name));
     EXPECT_EQ(refreshed[0], "{\"results\": [], \"truncated\": false}\n");
@@ -254,8 +255,9 @@ TEST_F(Index, BrokenSourcesAreIndexedAndForeignIndexesRefused) {
     const Foreign foreign[] = {
         {"not a database, but a file of the user's\n",
          "orvane-tamblo index: error: memory/codebase-index/index.db: file is not a database\n"},
-        {"", "orvane-tamblo index: error: memory/codebase-index/index.db: an empty file that is no "
-             "index of ours; it is left as it is\n"},
+        {"",
+         "orvane-tamblo index: error: memory/codebase-index/index.db: an empty file that is no "
+         "index of ours; it is left as it is\n"},
     };
     for (const Foreign& f : foreign) {
         write_file(index_db(), f.content);

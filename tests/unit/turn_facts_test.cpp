@@ -46,8 +46,7 @@ TEST(TurnFacts, ActivityLineAndFile) {
 }
 
 TEST(TurnFacts, OneLine) {
-    EXPECT_EQ(store::one_line("  Add\tpaging\n\nto  the list ", 100),
-              "Add paging to the list");
+    EXPECT_EQ(store::one_line("  Add\tpaging\n\nto  the list ", 100), "Add paging to the list");
     EXPECT_EQ(store::one_line("h\xc3\xa9llo world", 5), "h\xc3\xa9llo...");
     EXPECT_EQ(store::one_line("hello", 5), "hello");
 }

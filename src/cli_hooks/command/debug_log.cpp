@@ -3,10 +3,10 @@
 #include <exception>
 #include <string>
 
-#include "services/logging_setup.hpp"
 #include "platform/clock.hpp"
 #include "platform/env.hpp"
 #include "platform/fs.hpp"
+#include "services/logging_setup.hpp"
 
 namespace cli_hooks {
 
@@ -23,7 +23,7 @@ void _hook_debug_log(std::string_view msg) {
         platform::append_file(path, line);
     } catch (const std::exception& e) {
         services::log_record(services::LogLevel::debug, kHooksLogger, "hook_debug_log write failed",
-                         e.what());
+                             e.what());
     }
 }
 

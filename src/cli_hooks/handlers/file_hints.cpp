@@ -7,8 +7,8 @@
 #include "cli_hooks/command/input.hpp"
 #include "cli_hooks/output/response.hpp"
 #include "cli_hooks/query/runner.hpp"
-#include "support/json.hpp"
 #include "protocol/host_commands.hpp"
+#include "support/json.hpp"
 
 namespace cli_hooks {
 
@@ -72,8 +72,8 @@ int hook_remind_store(const HookArgs& args) {
     const auto file = look_up_file(args);
     if (!file) return 0;
     // Any entry the service finds keeps this quiet, the indexer's own stubs included.
-    const bool found =
-        support::truthy(file->result) && support::truthy(support::member(*file->result, protocol::Recall::kFound));
+    const bool found = support::truthy(file->result) &&
+                       support::truthy(support::member(*file->result, protocol::Recall::kFound));
     if (found) return 0;
     const std::string& p = file->rel_path;
     output_response(file->agent, "PostToolUse",

@@ -7,10 +7,10 @@
 #include "cli_hooks/output/response.hpp"
 #include "cli_hooks/query/conversation.hpp"
 #include "cli_hooks/query/runner.hpp"
+#include "protocol/host_commands.hpp"
 #include "services/session_brief.hpp"
 #include "support/json.hpp"
 #include "support/text.hpp"
-#include "protocol/host_commands.hpp"
 
 namespace cli_hooks {
 

@@ -3,10 +3,10 @@
 #include <vector>
 
 #include "cli_hooks/query/runner.hpp"
+#include "protocol/host_commands.hpp"
 #include "support/json.hpp"
 #include "support/text.hpp"
 #include "support/utf8.hpp"
-#include "protocol/host_commands.hpp"
 
 namespace cli_hooks {
 
@@ -38,8 +38,8 @@ const std::string& text_of(const Json& value, std::string_view what) {
 }  // namespace
 
 std::optional<std::string> get_conversation_context() {
-    const auto sessions_data = _run_query_json(protocol::SessionList::command(),
-                                               protocol::SessionList::kTimeLimitSeconds);
+    const auto sessions_data =
+        _run_query_json(protocol::SessionList::command(), protocol::SessionList::kTimeLimitSeconds);
     if (!support::truthy(sessions_data)) return std::nullopt;
     const Json& sessions = list_member(*sessions_data, protocol::SessionList::kSessions);
     if (sessions.empty()) return std::nullopt;

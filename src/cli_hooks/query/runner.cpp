@@ -2,9 +2,9 @@
 
 #include "cli_hooks/command/debug_log.hpp"
 #include "platform/process.hpp"
+#include "protocol/host_commands.hpp"
 #include "support/json.hpp"
 #include "support/utf8.hpp"
-#include "protocol/host_commands.hpp"
 
 namespace cli_hooks {
 

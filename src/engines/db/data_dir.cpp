@@ -82,9 +82,8 @@ DatabaseLocation locate_database(const std::string& root_dir, std::string_view f
         const std::string memory = enter_directory(
             location.root, platform::join_path(location.root, "memory"), "memory", what, create);
         if (memory.empty()) return location;
-        location.dir =
-            enter_directory(location.root, platform::join_path(memory, "codebase-index"),
-                            kDataDirectory, what, create);
+        location.dir = enter_directory(location.root, platform::join_path(memory, "codebase-index"),
+                                       kDataDirectory, what, create);
         if (location.dir.empty()) return location;
 
         location.db_path = platform::join_path(location.dir, file_name);

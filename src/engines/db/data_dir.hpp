@@ -28,7 +28,8 @@ enum class FileLinks {
 // databases run in WAL mode: a journal was left by another program, and SQLite would play it
 // back into the database at the first write). With `create`, missing directories are made (never
 // through a link) and a .gitignore holding "*" is put beside a database about to be created, so
-// that nothing of the directory lands in the user's commits. `what` names the database in errors ("the store"). Throws DatabaseError.
+// that nothing of the directory lands in the user's commits. `what` names the database in errors
+// ("the store"). Throws DatabaseError.
 DatabaseLocation locate_database(const std::string& root, std::string_view file_name,
                                  FileLinks links, std::string_view what, bool create);
 

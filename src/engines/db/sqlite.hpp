@@ -20,8 +20,8 @@ class DatabaseError : public std::runtime_error {
 
 class Statement;
 
-// One connection, closed with the object. Every failure throws DatabaseError naming `name`, the path
-// the user knows the database by.
+// One connection, closed with the object. Every failure throws DatabaseError naming `name`, the
+// path the user knows the database by.
 class Database {
   public:
     enum class Mode { read_only, read_write, create };

@@ -11,7 +11,7 @@ namespace code_index {
 namespace {
 
 constexpr std::array<std::string_view, kFileStates> kStateNames = {
-    "indexed", "large",  "binary",     "minified",   "generated",
+    "indexed",   "large",  "binary",     "minified",   "generated",
     "timed_out", "failed", "unreadable", "unsupported"};
 
 // As git: a NUL byte in the first 8000 bytes makes a file binary.
@@ -58,7 +58,8 @@ std::optional<FileState> skip_reason(std::string_view path, std::string_view con
         return FileState::minified;
     }
     if (content.size() >= kMinifiedMinBytes) {
-        const auto lines = static_cast<std::size_t>(std::count(content.begin(), content.end(), '\n')) + 1;
+        const auto lines =
+            static_cast<std::size_t>(std::count(content.begin(), content.end(), '\n')) + 1;
         if (content.size() / lines > kMinifiedLineBytes) return FileState::minified;
     }
     if (says_generated(content)) return FileState::generated;

@@ -9,8 +9,8 @@
 namespace code_index {
 
 using db::Database;
-using db::Statement;
 using db::DatabaseError;
+using db::Statement;
 using db::Transaction;
 
 // Where the index is, as the user knows it (relative to the repository). It is also the marker

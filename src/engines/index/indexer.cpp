@@ -16,8 +16,8 @@
 #include "engines/index/walk.hpp"
 #include "engines/index/writer.hpp"
 #include "platform/clock.hpp"
-#include "platform/fs.hpp"
 #include "platform/file_info.hpp"
+#include "platform/fs.hpp"
 #include "platform/os_error.hpp"
 #include "platform/random.hpp"
 #include "support/hash.hpp"
@@ -166,7 +166,8 @@ void parse_and_write(const std::string& root, std::vector<Job>& jobs, Database& 
     const std::int64_t started_ns = now_ns();
     unsigned threads = options.threads != 0 ? options.threads : std::thread::hardware_concurrency();
     threads = std::clamp<unsigned>(threads, 1, 64);
-    threads = std::min<unsigned>(threads, static_cast<unsigned>(std::max<std::size_t>(jobs.size(), 1)));
+    threads =
+        std::min<unsigned>(threads, static_cast<unsigned>(std::max<std::size_t>(jobs.size(), 1)));
     // The largest first: the last files to finish are then small ones, and the cores stay busy.
     std::sort(jobs.begin(), jobs.end(),
               [](const Job& a, const Job& b) { return a.file.size > b.file.size; });
@@ -215,7 +216,8 @@ void parse_and_write(const std::string& root, std::vector<Job>& jobs, Database& 
                 if (result->parsed) ++summary.parsed;
             }
             ++progress.done;
-            if (++since_commit >= kFilesPerCommit || Clock::now() - committed_at > kCommitInterval) {
+            if (++since_commit >= kFilesPerCommit ||
+                Clock::now() - committed_at > kCommitInterval) {
                 transaction->commit();
                 transaction.emplace(db, true);
                 since_commit = 0;
@@ -239,7 +241,8 @@ void count_contents(Database& db, IndexSummary& summary) {
             summary.files[static_cast<std::size_t>(state)] = states.integer(1);
         }
     }
-    Statement counts = db.prepare("SELECT (SELECT count(*) FROM defs), (SELECT count(*) FROM refs)");
+    Statement counts =
+        db.prepare("SELECT (SELECT count(*) FROM defs), (SELECT count(*) FROM refs)");
     if (counts.step()) {
         summary.definitions = counts.integer(0);
         summary.references = counts.integer(1);
@@ -324,8 +327,7 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
                 row.path = file.path;
                 row.language = language;
                 row.size = file.size;
-                row.mtime_ns =
-                    started_ns - file.mtime_ns < kRacyWindowNs ? -1 : file.mtime_ns;
+                row.mtime_ns = started_ns - file.mtime_ns < kRacyWindowNs ? -1 : file.mtime_ns;
                 row.state = language ? FileState::large : FileState::unsupported;
                 writer->put_file(row, nullptr);
                 continue;

@@ -14,9 +14,9 @@ namespace code_index {
 // What a run of the indexer did, and what the index holds after it.
 struct IndexSummary {
     std::array<std::int64_t, kFileStates> files{};  // every file the index knows, by state
-    std::int64_t parsed = 0;     // files parsed in this run
-    std::int64_t unchanged = 0;  // found as the index had them
-    std::int64_t removed = 0;    // gone since the last run
+    std::int64_t parsed = 0;                        // files parsed in this run
+    std::int64_t unchanged = 0;                     // found as the index had them
+    std::int64_t removed = 0;                       // gone since the last run
     std::int64_t definitions = 0;
     std::int64_t references = 0;
     double seconds = 0;

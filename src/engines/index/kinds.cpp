@@ -7,8 +7,8 @@ namespace code_index {
 namespace {
 
 constexpr std::array<std::string_view, 17> kDefinitionNames = {
-    "other",  "function", "method",    "class",    "interface", "struct",   "enum",  "union", "type",
-    "trait",  "module",   "namespace", "constant", "variable",  "field",    "macro", "impl"};
+    "other", "function", "method",    "class",    "interface", "struct", "enum",  "union", "type",
+    "trait", "module",   "namespace", "constant", "variable",  "field",  "macro", "impl"};
 constexpr std::array<std::string_view, 5> kReferenceNames = {"other", "call", "type", "import",
                                                              "inherit"};
 

@@ -6,8 +6,8 @@
 
 namespace code_index::schema {
 
-using db::Statement;
 using db::DatabaseError;
+using db::Statement;
 using db::Transaction;
 
 namespace {

@@ -97,8 +97,8 @@ std::string_view stem_of(std::string_view file) {
 // "crate::io::Read" and "<sys/stat.h>" all come apart into the names of directories and files.
 std::vector<std::string> import_parts(std::string_view name) {
     std::string text(name);
-    for (const char* ext : {".h", ".hpp", ".hh", ".hxx", ".js", ".jsx", ".ts", ".tsx", ".mjs", ".py",
-                            ".go", ".rs", ".java"}) {
+    for (const char* ext : {".h", ".hpp", ".hh", ".hxx", ".js", ".jsx", ".ts", ".tsx", ".mjs",
+                            ".py", ".go", ".rs", ".java"}) {
         if (text.ends_with(ext)) {
             text.resize(text.size() - std::string_view(ext).size());
             break;
@@ -134,7 +134,8 @@ bool imported_by(std::string_view path, const std::vector<std::vector<std::strin
         if (last == stem || (is_index && last == dir)) return true;
         // A package import (Go, Java): the file's directory is the last part or the one before
         // (a class name follows the package in Java).
-        if (!dir.empty() && (last == dir || (import.size() > 1 && import[import.size() - 2] == dir))) {
+        if (!dir.empty() &&
+            (last == dir || (import.size() > 1 && import[import.size() - 2] == dir))) {
             return true;
         }
     }
@@ -164,7 +165,9 @@ std::vector<std::vector<std::string>> imports_of(Database& db, std::string_view 
         "SELECT n.name FROM refs AS r JOIN names AS n ON n.id = r.name_id "
         "WHERE r.name_id=?1 AND r.file_id=?2 AND r.kind=?3 LIMIT 1");
     for (const std::int64_t id : ids) {
-        import.bind(1, id).bind(2, file_id).bind(3, static_cast<std::int64_t>(ReferenceKind::import));
+        import.bind(1, id)
+            .bind(2, file_id)
+            .bind(3, static_cast<std::int64_t>(ReferenceKind::import));
         if (import.step()) imports.push_back(import_parts(import.text(0)));
         import.reset();
     }
@@ -175,8 +178,9 @@ std::vector<std::vector<std::string>> imports_of(Database& db, std::string_view 
 // the definition a person means is seldom there when another one exists.
 bool is_aside(std::string_view path) {
     static constexpr std::string_view kDirectories[] = {
-        "test", "tests", "testdata", "testing", "__tests__", "spec", "specs", "example",
-        "examples", "fixtures", "vendor", "third_party", "node_modules", "benchmark", "benchmarks"};
+        "test",   "tests",       "testdata",     "testing",   "__tests__",
+        "spec",   "specs",       "example",      "examples",  "fixtures",
+        "vendor", "third_party", "node_modules", "benchmark", "benchmarks"};
     const auto parts = path_parts(path);
     for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
         for (const auto dir : kDirectories) {
@@ -270,7 +274,8 @@ Hits<SymbolHit> search_symbols(Database& db, const SearchQuery& q) {
     std::string filter;
     if (q.kind) filter += " AND d.kind=?2";
     if (q.path_prefix && !q.path_prefix->empty()) {
-        filter += prefix_end(*q.path_prefix).empty() ? " AND f.path>=?3" : " AND f.path>=?3 AND f.path<?4";
+        filter += prefix_end(*q.path_prefix).empty() ? " AND f.path>=?3"
+                                                     : " AND f.path>=?3 AND f.path<?4";
     }
     Statement defs = db.prepare(std::string(kDefColumns) + "WHERE d.name_id=?1" + filter +
                                 " LIMIT " + std::to_string(kDefinitionsPerName));
@@ -283,7 +288,8 @@ Hits<SymbolHit> search_symbols(Database& db, const SearchQuery& q) {
             if (q.kind) defs.bind(2, static_cast<std::int64_t>(*q.kind));
             if (q.path_prefix && !q.path_prefix->empty()) {
                 defs.bind(3, *q.path_prefix);
-                if (const std::string end = prefix_end(*q.path_prefix); !end.empty()) defs.bind(4, end);
+                if (const std::string end = prefix_end(*q.path_prefix); !end.empty())
+                    defs.bind(4, end);
             }
             while (defs.step()) tier.push_back(read_candidate(defs));
             defs.reset();
@@ -291,7 +297,8 @@ Hits<SymbolHit> search_symbols(Database& db, const SearchQuery& q) {
         std::stable_sort(tier.begin(), tier.end(), [](const Candidate& a, const Candidate& b) {
             const bool pa = is_primary(a.kind), pb = is_primary(b.kind);
             if (pa != pb) return pa;
-            if (a.hit.name.size() != b.hit.name.size()) return a.hit.name.size() < b.hit.name.size();
+            if (a.hit.name.size() != b.hit.name.size())
+                return a.hit.name.size() < b.hit.name.size();
             if (a.hit.name != b.hit.name) return a.hit.name < b.hit.name;
             if (a.hit.path != b.hit.path) return a.hit.path < b.hit.path;
             return a.hit.line < b.hit.line;
@@ -318,7 +325,8 @@ Hits<SymbolHit> search_symbols(Database& db, const SearchQuery& q) {
         const std::string end = prefix_end(folded);
         Statement prefix = db.prepare(
             end.empty()
-                ? "SELECT id FROM names WHERE name>=?1 COLLATE NOCASE ORDER BY length(name) LIMIT ?2"
+                ? "SELECT id FROM names WHERE name>=?1 COLLATE NOCASE ORDER BY length(name) LIMIT "
+                  "?2"
                 : "SELECT id FROM (SELECT id, name FROM names WHERE name>=?1 COLLATE NOCASE AND "
                   "name<?3 COLLATE NOCASE LIMIT 5000) ORDER BY length(name) LIMIT ?2");
         prefix.bind(1, folded).bind(2, kNamesPerTier);
@@ -333,9 +341,9 @@ Hits<SymbolHit> search_symbols(Database& db, const SearchQuery& q) {
             sql += "SELECT name_id FROM name_words WHERE word>=?" + std::to_string(2 * i + 1) +
                    " AND word<?" + std::to_string(2 * i + 2);
         }
-        Statement by_words = db.prepare(
-            "SELECT n.id FROM names AS n WHERE n.id IN (" + sql + ") ORDER BY length(n.name) LIMIT " +
-            std::to_string(kNamesPerTier));
+        Statement by_words =
+            db.prepare("SELECT n.id FROM names AS n WHERE n.id IN (" + sql +
+                       ") ORDER BY length(n.name) LIMIT " + std::to_string(kNamesPerTier));
         for (std::size_t i = 0; i < words.size(); ++i) {
             by_words.bind(static_cast<int>(2 * i + 1), words[i]);
             by_words.bind(static_cast<int>(2 * i + 2), prefix_end(words[i]));
@@ -370,14 +378,16 @@ Hits<SymbolHit> find_definitions(Database& db, const std::string& qualified,
     std::vector<Candidate> found;
     while (rows.step()) {
         Candidate c = read_candidate(rows);
-        if (qualifier.empty() || scope_ends_with(c.hit.scope, qualifier)) found.push_back(std::move(c));
+        if (qualifier.empty() || scope_ends_with(c.hit.scope, qualifier))
+            found.push_back(std::move(c));
     }
     std::sort(found.begin(), found.end(), [](const Candidate& a, const Candidate& b) {
         if (a.hit.path != b.hit.path) return a.hit.path < b.hit.path;
         return a.hit.line < b.hit.line;
     });
-    rank_near(db, found, near, [](const Candidate& c) -> const std::string& { return c.hit.path; },
-              [](const Candidate& c) { return c.kind; });
+    rank_near(
+        db, found, near, [](const Candidate& c) -> const std::string& { return c.hit.path; },
+        [](const Candidate& c) { return c.kind; });
     hits.truncated = found.size() > limit;
     if (hits.truncated) found.resize(limit);
     for (Candidate& c : found) hits.results.push_back(std::move(c.hit));
@@ -453,14 +463,16 @@ Hits<ReferenceHit> find_references(Database& db, const std::string& qualified,
     }
     // Ranked, then only the kept ones get their enclosing definition's name.
     std::vector<std::pair<ReferenceHit, std::int64_t>> paired;
-    for (std::size_t i = 0; i < found.size(); ++i) paired.emplace_back(std::move(found[i]), in_ids[i]);
+    for (std::size_t i = 0; i < found.size(); ++i)
+        paired.emplace_back(std::move(found[i]), in_ids[i]);
     std::stable_sort(paired.begin(), paired.end(), [](const auto& a, const auto& b) {
         if (a.first.path != b.first.path) return a.first.path < b.first.path;
         if (a.first.line != b.first.line) return a.first.line < b.first.line;
         return a.first.column < b.first.column;
     });
-    rank_near(db, paired, near, [](const auto& p) -> const std::string& { return p.first.path; },
-              [](const auto&) { return DefinitionKind::function; });
+    rank_near(
+        db, paired, near, [](const auto& p) -> const std::string& { return p.first.path; },
+        [](const auto&) { return DefinitionKind::function; });
     hits.truncated = paired.size() > limit;
     if (hits.truncated) paired.resize(limit);
     for (const auto& [hit, in] : paired) {
@@ -511,8 +523,9 @@ Hits<CallerHit> find_callers(Database& db, const std::string& qualified,
         return a.hit.line < b.hit.line;
     });
     if (near) {
-        rank_near(db, found, near, [](const Group& g) -> const std::string& { return g.hit.path; },
-                  [](const Group&) { return DefinitionKind::function; });
+        rank_near(
+            db, found, near, [](const Group& g) -> const std::string& { return g.hit.path; },
+            [](const Group&) { return DefinitionKind::function; });
     }
     hits.truncated = found.size() > limit;
     if (hits.truncated) found.resize(limit);

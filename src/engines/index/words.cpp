@@ -6,9 +6,15 @@ namespace code_index {
 
 namespace {
 
-bool is_upper(char c) { return c >= 'A' && c <= 'Z'; }
-bool is_lower(char c) { return c >= 'a' && c <= 'z'; }
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_upper(char c) {
+    return c >= 'A' && c <= 'Z';
+}
+bool is_lower(char c) {
+    return c >= 'a' && c <= 'z';
+}
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
 bool is_word(char c) {
     return is_upper(c) || is_lower(c) || is_digit(c) || static_cast<unsigned char>(c) >= 0x80;
 }

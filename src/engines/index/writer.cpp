@@ -50,9 +50,12 @@ std::unordered_map<std::string, KnownFile> known_files(Database& db) {
     std::unordered_map<std::string, KnownFile> files;
     Statement rows = db.prepare("SELECT id, path, size, mtime, hash, state, language FROM files");
     while (rows.step()) {
-        KnownFile file{rows.integer(0), rows.integer(2), rows.integer(3),
+        KnownFile file{rows.integer(0),
+                       rows.integer(2),
+                       rows.integer(3),
                        static_cast<std::uint64_t>(rows.integer(4)),
-                       static_cast<FileState>(rows.integer(5)), std::nullopt};
+                       static_cast<FileState>(rows.integer(5)),
+                       std::nullopt};
         if (!rows.is_null(6) && rows.integer(6) >= 0 &&
             rows.integer(6) < static_cast<std::int64_t>(kLanguageCount)) {
             file.language = static_cast<Language>(rows.integer(6));
@@ -64,9 +67,9 @@ std::unordered_map<std::string, KnownFile> known_files(Database& db) {
 
 IndexWriter::IndexWriter(Database& db)
     : db_(db),
-      insert_file_(db.prepare(
-          "INSERT INTO files(path, language, size, mtime, hash, lines, state, names) "
-          "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8) RETURNING id")),
+      insert_file_(
+          db.prepare("INSERT INTO files(path, language, size, mtime, hash, lines, state, names) "
+                     "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8) RETURNING id")),
       update_stat_(db.prepare("UPDATE files SET size=?2, mtime=?3 WHERE id=?1")),
       select_file_(db.prepare("SELECT id FROM files WHERE path=?1")),
       delete_file_(db.prepare("DELETE FROM files WHERE id=?1")),
@@ -76,9 +79,9 @@ IndexWriter::IndexWriter(Database& db)
       insert_def_(db.prepare(
           "INSERT INTO defs(file_id, name_id, kind, line, end_line, parent, scope, signature) "
           "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8) RETURNING id")),
-      insert_ref_(db.prepare(
-          "INSERT OR IGNORE INTO refs(name_id, file_id, line, col, kind, in_def) "
-          "VALUES(?1, ?2, ?3, ?4, ?5, ?6)")),
+      insert_ref_(
+          db.prepare("INSERT OR IGNORE INTO refs(name_id, file_id, line, col, kind, in_def) "
+                     "VALUES(?1, ?2, ?3, ?4, ?5, ?6)")),
       select_names_(db.prepare("SELECT names FROM files WHERE id=?1")),
       delete_defs_(db.prepare("DELETE FROM defs WHERE file_id=?1")),
       delete_refs_(db.prepare("DELETE FROM refs WHERE name_id=?1 AND file_id=?2")) {}

@@ -2,15 +2,15 @@
 
 #include <sqlite3.h>
 
-#include <cmath>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <thread>
 
 #include "engines/store/schema.hpp"
 #include "platform/clock.hpp"
-#include "platform/fs.hpp"
 #include "platform/file_info.hpp"
+#include "platform/fs.hpp"
 #include "platform/os_error.hpp"
 #include "platform/random.hpp"
 

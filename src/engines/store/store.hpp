@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "engines/store/location.hpp"
 #include "engines/store/database.hpp"
+#include "engines/store/location.hpp"
 
 namespace store {
 

@@ -1,13 +1,13 @@
 #include <algorithm>
 
+#include "engines/store/store.hpp"
 #include "host/commands/json_writer.hpp"
 #include "host/commands/options.hpp"
 #include "host/commands/report.hpp"
 #include "host/commands/table.hpp"
 #include "host/commands/text_check.hpp"
-#include "engines/store/store.hpp"
-#include "support/time_text.hpp"
 #include "protocol/host_commands.hpp"
+#include "support/time_text.hpp"
 
 namespace host::commands {
 
@@ -120,7 +120,11 @@ int cmd_list(const ListOptions& o) {
         JsonWriter out;
         out.begin_object().key(protocol::SessionList::kSessions).begin_array();
         for (const auto& s : sessions) {
-            out.begin_object().key(protocol::SessionList::kId).value(s.id).key("status").value(s.status);
+            out.begin_object()
+                .key(protocol::SessionList::kId)
+                .value(s.id)
+                .key("status")
+                .value(s.status);
             out.key("started_at").value(support::iso8601_utc(s.started_at_ms));
             out.key("last_activity").value(support::iso8601_utc(s.last_activity_ms));
             out.key("turns").value(s.turns).end_object();

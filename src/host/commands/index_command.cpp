@@ -92,7 +92,7 @@ class ProgressBar {
     Clock::time_point started_, last_;
 };
 
-constexpr FileState kSkipped[] = {FileState::large,     FileState::binary, FileState::minified,
+constexpr FileState kSkipped[] = {FileState::large,     FileState::binary,    FileState::minified,
                                   FileState::generated, FileState::timed_out, FileState::failed,
                                   FileState::unreadable};
 
@@ -100,15 +100,13 @@ std::string summary_line(const code_index::IndexSummary& s) {
     const auto files = [&](FileState state) { return s.files[static_cast<std::size_t>(state)]; };
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%.1f", s.seconds);
-    std::string line = s.built ? "Indexed " + plural(files(FileState::indexed), "source file",
-                                                      "source files") +
-                                     " in " + seconds + " s: "
-                               : "Refreshed the index in " + std::string(seconds) + " s (" +
-                                     grouped(s.parsed) + " parsed, " + grouped(s.removed) +
-                                     " removed, " + grouped(s.unchanged) + " unchanged): " +
-                                     plural(files(FileState::indexed), "source file",
-                                            "source files") +
-                                     ", ";
+    std::string line =
+        s.built ? "Indexed " + plural(files(FileState::indexed), "source file", "source files") +
+                      " in " + seconds + " s: "
+                : "Refreshed the index in " + std::string(seconds) + " s (" + grouped(s.parsed) +
+                      " parsed, " + grouped(s.removed) + " removed, " + grouped(s.unchanged) +
+                      " unchanged): " +
+                      plural(files(FileState::indexed), "source file", "source files") + ", ";
     line += plural(s.definitions, "definition", "definitions") + ", " +
             plural(s.references, "reference", "references");
     std::string skipped;
@@ -228,7 +226,10 @@ int cmd_query_symbol(const SymbolOptions& o) {
                     write_symbol(out, *hit.caller);
                 } else {
                     // Calls at the top level of a file, outside every definition.
-                    out.key("name").value(std::optional<std::string>()).key("kind").value("top-level");
+                    out.key("name")
+                        .value(std::optional<std::string>())
+                        .key("kind")
+                        .value("top-level");
                     out.key("path").value(hit.path).key("line").value(hit.line);
                 }
                 out.key("calls").value(hit.calls).end_object();

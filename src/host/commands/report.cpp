@@ -1,7 +1,7 @@
 #include "host/commands/report.hpp"
 
-#include "services/logging_setup.hpp"
 #include "platform/io.hpp"
+#include "services/logging_setup.hpp"
 
 namespace host::commands {
 

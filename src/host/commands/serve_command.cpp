@@ -1,8 +1,8 @@
 #include <optional>
 
+#include "engines/store/store.hpp"
 #include "host/commands/options.hpp"
 #include "host/commands/report.hpp"
-#include "engines/store/store.hpp"
 #include "platform/file_info.hpp"
 #include "platform/fs.hpp"
 #include "platform/io.hpp"

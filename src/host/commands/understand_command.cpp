@@ -1,11 +1,11 @@
 #include <algorithm>
 
+#include "engines/store/store.hpp"
 #include "host/commands/json_writer.hpp"
 #include "host/commands/options.hpp"
 #include "host/commands/report.hpp"
-#include "engines/store/store.hpp"
-#include "support/time_text.hpp"
 #include "protocol/host_commands.hpp"
+#include "support/time_text.hpp"
 
 namespace host::commands {
 

@@ -2,8 +2,8 @@
 
 #include "host/install/hook_config.hpp"
 #include "platform/atomic_file.hpp"
-#include "platform/fs.hpp"
 #include "platform/file_info.hpp"
+#include "platform/fs.hpp"
 #include "support/json_pretty.hpp"
 
 namespace host::install {

@@ -2,10 +2,10 @@
 
 #include <array>
 
-#include "services/logging_setup.hpp"
 #include "host/mcp/jsonrpc.hpp"
 #include "host/mcp/tools.hpp"
 #include "platform/io.hpp"
+#include "services/logging_setup.hpp"
 #include "support/utf8.hpp"
 
 namespace host::mcp {
@@ -100,7 +100,8 @@ std::optional<Json> Server::respond(std::string_view line) {
     } catch (const RpcError& e) {
         return error_response(*id, e.code(), e.what());
     } catch (const std::exception& e) {
-        services::log_record(services::LogLevel::error, kLogger, std::string("request failed: ") + e.what());
+        services::log_record(services::LogLevel::error, kLogger,
+                             std::string("request failed: ") + e.what());
         return error_response(*id, RpcCode::internal_error,
                               std::string("Internal error: ") + e.what());
     }
@@ -188,7 +189,8 @@ int run_mcp_server() {
         if (!skipping) answer(pending);
     } catch (const std::exception& e) {
         // The client has gone or closed its end: there is no one left to tell but the log.
-        services::log_record(services::LogLevel::warning, kLogger, std::string("MCP server stopped: ") + e.what());
+        services::log_record(services::LogLevel::warning, kLogger,
+                             std::string("MCP server stopped: ") + e.what());
         return 1;
     }
     return 0;

@@ -1,9 +1,9 @@
 #include "host/mcp/tools.hpp"
 
+#include "engines/store/store.hpp"
 #include "host/mcp/arguments.hpp"
 #include "host/mcp/jsonrpc.hpp"
 #include "host/mcp/target.hpp"
-#include "engines/store/store.hpp"
 
 namespace host::mcp {
 
@@ -92,8 +92,8 @@ std::string describe(const ::store::RecalledUnderstanding& recalled, bool with_s
     if (store_ && !store_->unchanged()) store_.reset();
     if (store_ && (writable_ || !write)) return *store_;
     store_.reset();
-    store_ =
-        ::store::Store::open(write ? ::store::Store::Access::write : ::store::Store::Access::read, root_);
+    store_ = ::store::Store::open(
+        write ? ::store::Store::Access::write : ::store::Store::Access::read, root_);
     writable_ = write;
     return *store_;
 }
@@ -158,7 +158,8 @@ Json Tools::understand_recall(const Arguments& args) {
     }
     const auto found =
         store(false).search_understandings(*query, args.integer("limit", 1, 200).value_or(10));
-    if (found.empty()) return text_result("No cached understanding matches " + quoted(*query) + ".");
+    if (found.empty())
+        return text_result("No cached understanding matches " + quoted(*query) + ".");
     std::string out = std::to_string(found.size()) + (found.size() == 1 ? " match" : " matches") +
                       " for " + quoted(*query) + ", best first:";
     for (std::size_t i = 0; i < found.size(); ++i) {

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-// How replace_file_synced() names its temporary files, on every system: "<file>.tmp.<pid>.<n>.<m>", so
-// that a later run can tell a killed run's leftovers from those of a run still going.
+// How replace_file_synced() names its temporary files, on every system: "<file>.tmp.<pid>.<n>.<m>",
+// so that a later run can tell a killed run's leftovers from those of a run still going.
 namespace platform::temporary_name {
 
 inline constexpr std::string_view kInfix = ".tmp.";

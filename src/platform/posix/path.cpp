@@ -50,7 +50,9 @@ PathParts split_path(std::string_view path) {
     return result;
 }
 
-bool is_absolute_path(std::string_view path) { return path.starts_with('/'); }
+bool is_absolute_path(std::string_view path) {
+    return path.starts_with('/');
+}
 
 std::string current_directory() {
     std::string buf(PATH_MAX, '\0');

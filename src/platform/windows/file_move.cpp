@@ -9,16 +9,15 @@
 namespace platform {
 
 void rename_over(const std::string& from, const std::string& to) {
-    const DWORD error =
-        windows::rename_replacing(windows::wide_path(from), windows::wide_path(to));
+    const DWORD error = windows::rename_replacing(windows::wide_path(from), windows::wide_path(to));
     if (error != 0) throw OsError("cannot replace " + to, static_cast<int>(error));
 }
 
 std::optional<std::string> read_plain_file(const std::string& path, std::size_t limit) {
     // FILE_FLAG_OPEN_REPARSE_POINT opens a link itself, which is then no plain file.
     const HANDLE file = CreateFileW(windows::wide_path(path).c_str(), GENERIC_READ,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         const DWORD error = GetLastError();
         if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return std::nullopt;

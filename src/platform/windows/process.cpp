@@ -200,8 +200,8 @@ class Child {
         const HANDLE own_input = GetStdHandle(STD_INPUT_HANDLE);
         if (own_input != nullptr && own_input != INVALID_HANDLE_VALUE) {
             HANDLE copy = nullptr;
-            if (DuplicateHandle(GetCurrentProcess(), own_input, GetCurrentProcess(), &copy, 0,
-                                TRUE, DUPLICATE_SAME_ACCESS)) {
+            if (DuplicateHandle(GetCurrentProcess(), own_input, GetCurrentProcess(), &copy, 0, TRUE,
+                                DUPLICATE_SAME_ACCESS)) {
                 input.reset(copy);
             }
         }
