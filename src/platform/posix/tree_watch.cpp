@@ -35,6 +35,7 @@ using Clock = std::chrono::steady_clock;
 // is cut into batches this long, so that the caller keeps up.
 constexpr std::chrono::milliseconds kSettle{10};
 constexpr std::chrono::milliseconds kLongestBatch{50};
+constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 365);  // no overflow
 
 int poll_ms(Clock::time_point until) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
@@ -278,10 +279,15 @@ TreeWatcher::TreeWatcher(std::string root, Wanted wanted, std::size_t max_watche
     s.wanted = std::move(wanted);
     s.max_watches = max_watches;
     int ends[2];
+#ifdef __linux__
+    // Closed on exec from the start: the server runs children from other threads meanwhile.
+    if (::pipe2(ends, O_CLOEXEC) != 0) throw OsError("cannot watch " + s.root, errno);
+#else
     if (::pipe(ends) != 0) throw OsError("cannot watch " + s.root, errno);
+    for (int fd : ends) ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+#endif
     s.stop_read.fd = ends[0];
     s.stop_write.fd = ends[1];
-    for (int fd : ends) ::fcntl(fd, F_SETFD, FD_CLOEXEC);
 #ifdef __linux__
     s.root_fd.fd = ::open(s.root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (s.root_fd.fd < 0) throw OsError("cannot watch " + s.root, errno);
@@ -322,7 +328,7 @@ std::string TreeWatcher::description() const {
 
 TreeChanges TreeWatcher::wait(std::chrono::milliseconds timeout) {
     State& s = *state_;
-    const auto deadline = Clock::now() + timeout;
+    const auto deadline = Clock::now() + std::min(timeout, kLongestWait);
     if (!native()) {
         pollfd stop{s.stop_read.fd, POLLIN, 0};
         while (!s.stopped && ::poll(&stop, 1, poll_ms(deadline)) < 0 && errno == EINTR) {

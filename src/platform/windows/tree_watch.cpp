@@ -23,6 +23,7 @@ using Clock = std::chrono::steady_clock;
 // As on Linux: an editor's save arrives as one batch, a burst is cut into batches.
 constexpr std::chrono::milliseconds kSettle{10};
 constexpr std::chrono::milliseconds kLongestBatch{50};
+constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 365);  // no overflow
 
 // Names, sizes, times and attributes: what a save, a move or a checkout touches, not reads.
 constexpr DWORD kFilter = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
@@ -201,7 +202,7 @@ std::string TreeWatcher::description() const {
 
 TreeChanges TreeWatcher::wait(std::chrono::milliseconds timeout) {
     State& s = *state_;
-    const auto deadline = Clock::now() + timeout;
+    const auto deadline = Clock::now() + std::min(timeout, kLongestWait);
     if (!native()) {
         WaitForSingleObject(s.stop_event, wait_ms(deadline));
         if (s.stopped) return {};
