@@ -98,12 +98,13 @@ struct TreeWatcher::State {
         reason = std::move(why);
     }
 
-    bool is_wanted_directory(const std::string& relative) const {
+    // Whether `relative` is a directory itself, not a reparse point standing for one.
+    bool is_directory(const std::string& relative) const {
         std::string path = relative;
         std::replace(path.begin(), path.end(), '/', '\\');
         const DWORD attributes = GetFileAttributesW(windows::wide_path(root + "\\" + path).c_str());
         return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) &&
-               !(attributes & FILE_ATTRIBUTE_REPARSE_POINT) && wanted(relative);
+               !(attributes & FILE_ATTRIBUTE_REPARSE_POINT);
     }
 
     // Whether every directory above `relative` is wanted, as the directories inotify watches
@@ -153,12 +154,18 @@ struct TreeWatcher::State {
         std::map<std::string, bool> known;
         for (auto& [action, path] : changes) {
             if (path.empty() || !above_wanted(path, known)) continue;
-            // A directory moved in arrives as one name: what it holds is listed here.
-            if ((action == FILE_ACTION_ADDED || action == FILE_ACTION_RENAMED_NEW_NAME) &&
-                is_wanted_directory(path)) {
-                tree_walk::walk(
-                    root, path, wanted, [](const std::string&) { return true; },
-                    [&paths](std::string&& found) { paths.insert(std::move(found)); });
+            const bool added = action == FILE_ACTION_ADDED || action == FILE_ACTION_RENAMED_NEW_NAME;
+            if (action == FILE_ACTION_MODIFIED || added) {
+                const bool directory = is_directory(path);
+                // A directory's times change with what it holds, which is reported for itself;
+                // reporting the directory too would have the caller look through all of it.
+                if (directory && !added) continue;
+                // A directory moved in arrives as one name: what it holds is listed here.
+                if (directory && wanted(path)) {
+                    tree_walk::walk(
+                        root, path, wanted, [](const std::string&) { return true; },
+                        [&paths](std::string&& found) { paths.insert(std::move(found)); });
+                }
             }
             paths.insert(std::move(path));
         }
