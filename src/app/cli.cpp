@@ -137,7 +137,8 @@ class HostCommands {
         if (only.empty() || only == "serve") {
             serve_ = app.add_subcommand(
                 "serve",
-                "Diagnose the embedded store: where it is, whether it answers, its contents");
+                "Diagnose the store and the code index: where they are, whether they answer, "
+                "what they hold");
         }
         if (only.empty() || only == "mcp") {
             mcp_ = app.add_subcommand(
