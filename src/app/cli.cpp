@@ -358,7 +358,9 @@ class HostCommands {
         install_->footer(
             "Merges into the files that are there: your own entries stay as they are, in their\n"
             "order; a file that is not valid JSON is left alone. The previous file is kept as\n"
-            "<file>.bak. Commands name this program by its absolute path.");
+            "<file>.bak. Commands name this program by its absolute path. Claude Code and\n"
+            "Copilot also get the tamblo skill in .claude/skills/tamblo/ (a SKILL.md of your own\n"
+            "there is left alone).");
     }
 
     CLI::App* mcp_ = nullptr;

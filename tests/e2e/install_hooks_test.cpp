@@ -115,6 +115,10 @@ std::string tree(const fs::path& dir) {
     return out;
 }
 
+// Where Claude Code and Copilot read the skill, in the repository or under the home directory.
+const std::string kSkill = ".claude/skills/tamblo/SKILL.md";
+const std::string kSkillText = read_file(SKILL_SOURCE);
+
 class InstallHooks : public HookTest {
   protected:
     // Wine keeps %USERPROFILE% at its prefix's own profile, whatever the environment says, so the
@@ -140,7 +144,7 @@ class InstallHooks : public HookTest {
         HookTest::TearDown();
     }
     void clear_home() const {
-        for (const char* name : {".claude", ".claude.json", ".codeium"})
+        for (const char* name : {".claude", ".claude.json", ".codeium", ".copilot"})
             fs::remove_all(home() / name);
     }
     fs::path home() const { return windows_build() ? home_ : root_ / "home"; }
@@ -204,6 +208,7 @@ TEST_F(InstallHooks, EmptyRepositoryGetsEachAgentsEventsAndServer) {
                       "\",\n      \"args\": [\n"
                       "        \"mcp\"\n      ]\n    }\n  }\n}\n");
         EXPECT_FALSE(fs::exists(place(c.hooks_file + ".bak")));
+        EXPECT_EQ(fs::exists(repo_ / kSkill), c.agent == "claude" || c.agent == "copilot");
 
         const std::string hooks_before = content(c.hooks_file);
         const HookRun again = install(c.agent);
@@ -310,8 +315,11 @@ TEST_F(InstallHooks, NoHookRunsTwiceInAgentsThatAlsoRunClaudeCodesHooks) {
     const HookRun copilot_out = install("copilot", {"--uninstall"});
     EXPECT_EQ(copilot_out.err,
               "orvane-tamblo install-hooks: note: .mcp.json keeps the MCP server "
-              "orvane-tamblo: Claude Code's installation uses it too\n");
+              "orvane-tamblo: Claude Code's installation uses it too\n"
+              "orvane-tamblo install-hooks: note: .claude/skills/tamblo/SKILL.md keeps the tamblo "
+              "skill: Claude Code's installation uses it too\n");
     EXPECT_EQ(content(".mcp.json"), mcp);
+    EXPECT_TRUE(fs::exists(repo_ / kSkill));
     ASSERT_EQ(install("claude", {"--uninstall"}).status, 0);
     EXPECT_FALSE(fs::exists(repo_ / ".mcp.json"));
 
@@ -390,7 +398,8 @@ TEST_F(InstallHooks, KilledRunLeavesNoReadableCopyAndTheNextRunClearsIt) {
     EXPECT_EQ(content(".claude/settings.json"), settings);
 
     ASSERT_EQ(install("claude").status, 0);
-    EXPECT_EQ(tree(repo_ / ".claude"), "settings.json\nsettings.json.bak\n");
+    EXPECT_EQ(tree(repo_ / ".claude"),
+              "settings.json\nsettings.json.bak\nskills\nskills/tamblo\nskills/tamblo/SKILL.md\n");
     EXPECT_EQ(content(".claude/settings.json.bak"), settings);
 }
 
@@ -471,6 +480,77 @@ TEST_F(InstallHooks, UserScopeWritesUnderHomeAndWarnsWhenPathFindsAnotherProgram
     EXPECT_EQ(bad.status, 2);
     EXPECT_NE(bad.err.find("--agent"), std::string::npos) << bad.err;
     EXPECT_NE(bad.err.find("vim"), std::string::npos) << bad.err;
+}
+
+// Copilot reads Claude Code's skills folder, in both scopes: one copy serves both agents, and goes
+// with the last of them.
+TEST_F(InstallHooks, SkillIsSharedByClaudeCodeAndCopilotInEitherScope) {
+    for (const std::string scope : {"project", "user"}) {
+        SCOPED_TRACE(scope);
+        const std::string skill = (scope == "user" ? "~/" : "") + kSkill;
+        const std::vector<std::string> in = {"--scope", scope};
+        const std::vector<std::string> out = {"--scope", scope, "--uninstall"};
+        const HookRun copilot = install("copilot", in);
+        ASSERT_EQ(copilot.status, 0) << copilot.err;
+        EXPECT_NE(copilot.out.find("  " + skill + ": the tamblo skill installed\n"),
+                  std::string::npos)
+            << copilot.out;
+        EXPECT_EQ(content(skill), kSkillText);
+        EXPECT_EQ(install("copilot", out).status, 0);
+        EXPECT_FALSE(fs::exists(place(skill)));
+
+        ASSERT_EQ(install("claude", in).status, 0);
+        ASSERT_EQ(install("copilot", in).status, 0);
+        EXPECT_NE(install("copilot", out)
+                      .err.find("note: " + skill +
+                                " keeps the tamblo skill: Claude Code's "
+                                "installation uses it too\n"),
+                  std::string::npos);
+        EXPECT_EQ(content(skill), kSkillText);
+        const HookRun claude = install("claude", out);
+        EXPECT_NE(claude.out.find("  " + skill + ": the tamblo skill removed\n"), std::string::npos)
+            << claude.out;
+        EXPECT_EQ(tree(repo_), "");
+        EXPECT_FALSE(fs::exists(home() / ".claude"));
+    }
+}
+
+// A skill we did not write (it lacks our line) is the user's: never replaced nor removed. One of
+// ours from an earlier release is brought up to date.
+TEST_F(InstallHooks, UsersOwnSkillIsLeftAloneAndOursIsUpdated) {
+    const std::string mine = "---\nname: tamblo\ndescription: my own\n---\nMine.\n";
+    put(kSkill, mine);
+    for (const std::vector<std::string>& extra : {std::vector<std::string>{}, {"--uninstall"}}) {
+        const HookRun r = install("claude", extra);
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.out.find("SKILL.md"), std::string::npos) << r.out;
+        EXPECT_EQ(r.err,
+                  "orvane-tamblo install-hooks: note: .claude/skills/tamblo/SKILL.md was not "
+                  "written by orvane-tamblo, so it was left as it is: that skill is yours" +
+                      std::string(extra.empty() ? "; to have orvane-tamblo's there, move it "
+                                                  "away and install again"
+                                                : "") +
+                      "\n");
+        EXPECT_EQ(content(kSkill), mine);
+    }
+    if (!windows_build()) {
+        fs::remove(repo_ / kSkill);
+        fs::create_symlink(root_ / "elsewhere.md", repo_ / kSkill);
+        EXPECT_NE(
+            install("claude").err.find("SKILL.md is a symbolic link, so it was left as it is"),
+            std::string::npos);
+        EXPECT_FALSE(fs::exists(root_ / "elsewhere.md"));
+    }
+
+    fs::remove(repo_ / kSkill);
+    std::string earlier = kSkillText;
+    earlier.replace(earlier.find("# Working"), 9, "# Earlier");
+    put(kSkill, earlier);
+    const HookRun r = install("claude");
+    EXPECT_NE(r.out.find("  .claude/skills/tamblo/SKILL.md: the tamblo skill updated\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(content(kSkill), kSkillText);
 }
 
 }  // namespace

@@ -12,8 +12,8 @@ struct InstallOptions {
 };
 
 // Writes (or, with `uninstall`, takes out) the agent's hooks and our MCP server in that agent's
-// configuration files, merging with what is there. Prints what it did on standard output and
-// problems on standard error; returns the exit status.
+// configuration files, merging with what is there, and our skill where the agent reads skills.
+// Prints what it did on standard output and problems on standard error; returns the exit status.
 int cmd_install_hooks(const InstallOptions& options);
 
 }  // namespace host::install
