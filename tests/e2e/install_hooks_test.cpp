@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <tuple>
 
 #include "harness.hpp"
@@ -149,9 +150,10 @@ class InstallHooks : public HookTest {
     }
     fs::path home() const { return windows_build() ? home_ : root_ / "home"; }
 
+    // Without the first index, which only the tests of the index want.
     static std::vector<std::string> install_args(const std::string& agent,
                                                  std::vector<std::string> extra = {}) {
-        std::vector<std::string> args = {"install-hooks", "--agent", agent};
+        std::vector<std::string> args = {"install-hooks", "--agent", agent, "--no-index"};
         args.insert(args.end(), extra.begin(), extra.end());
         return args;
     }
@@ -551,6 +553,73 @@ TEST_F(InstallHooks, UsersOwnSkillIsLeftAloneAndOursIsUpdated) {
               std::string::npos)
         << r.out;
     EXPECT_EQ(content(kSkill), kSkillText);
+}
+
+std::string git(const fs::path& repo, const std::string& args) {
+    const std::string command =
+        "git -C '" + repo.string() + "' -c user.name=t -c user.email=t@t " + args + " 2>&1";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    std::string out;
+    char buffer[4096];
+    while (std::size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) out.append(buffer, n);
+    ::pclose(pipe);
+    return out;
+}
+
+// Setting up a repository builds its first index; taking the installation out leaves the index,
+// and git status as it was before.
+TEST_F(InstallHooks, FirstIndexIsBuiltAtInstallAndStaysAfterUninstall) {
+    git(repo_, "init -q");
+    put("src/a.py", "def hello():\n    return world()\n\ndef world():\n    pass\n");
+    git(repo_, "add -A");
+    git(repo_, "commit -qm init");
+    ASSERT_EQ(git(repo_, "status --porcelain"), "");
+
+    const std::vector<std::string> claude = {"install-hooks", "--agent", "claude"};
+    std::vector<std::string> dry = claude;
+    dry.push_back("--dry-run");
+    EXPECT_TRUE(run(dry, installed())
+                    .out.ends_with("would write .claude/skills/tamblo/SKILL.md (the tamblo skill)\n"
+                                   "would build the code index memory/codebase-index/index.db (or "
+                                   "bring it up to date)\n"));
+    expect_clean(run(claude, installed()),
+                 "Claude Code (project scope):\n"
+                 "  .claude/settings.json: 8 hooks added\n"
+                 "  .mcp.json: MCP server orvane-tamblo registered\n"
+                 "  .claude/skills/tamblo/SKILL.md: the tamblo skill installed\n"
+                 "  memory/codebase-index/index.db: code index built, 1 source file, 2 "
+                 "definitions, 1 reference\n");
+    std::vector<std::string> undo = claude;
+    undo.push_back("--uninstall");
+    expect_clean(run(undo, installed()),
+                 "Claude Code, uninstalled (project scope):\n"
+                 "  .claude/settings.json: 8 hooks removed; removed the file, which held nothing "
+                 "else\n"
+                 "  .mcp.json: MCP server orvane-tamblo removed; removed the file, which held "
+                 "nothing else\n"
+                 "  .claude/skills/tamblo/SKILL.md: the tamblo skill removed\n"
+                 "  memory/codebase-index/index.db: left as it is, with the rest of the "
+                 "repository's data in memory/codebase-index (delete it yourself to drop it)\n");
+    EXPECT_EQ(git(repo_, "status --porcelain"), "");
+    EXPECT_FALSE(fs::exists(repo_ / ".claude"));
+    EXPECT_TRUE(fs::exists(repo_ / "memory/codebase-index/index.db"));
+
+    // An index that is not ours stays as it is, and so does the installation.
+    write_file(repo_ / "memory/codebase-index/index.db", "my notes\n");
+    const HookRun foreign = run(claude, installed());
+    EXPECT_EQ(foreign.status, 0);
+    EXPECT_EQ(foreign.err,
+              "orvane-tamblo install-hooks: warning: the code index was not built: "
+              "memory/codebase-index/index.db: file is not a database; the installation stands, "
+              "and `orvane-tamblo index` builds the index later\n");
+    EXPECT_TRUE(foreign.out.ends_with("skill installed\n")) << foreign.out;
+    EXPECT_EQ(read_file(repo_ / "memory/codebase-index/index.db"), "my notes\n");
+
+    fs::remove_all(repo_ / "memory");
+    EXPECT_TRUE(install("claude").out.ends_with(
+        "  memory/codebase-index/index.db: not built (--no-index); `orvane-tamblo index` builds "
+        "it\n"));
+    EXPECT_FALSE(fs::exists(repo_ / "memory"));
 }
 
 }  // namespace

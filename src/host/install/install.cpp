@@ -6,6 +6,7 @@
 
 #include "host/install/agents.hpp"
 #include "host/install/config_file.hpp"
+#include "host/install/first_index.hpp"
 #include "host/install/hook_config.hpp"
 #include "host/install/skill_file.hpp"
 #include "platform/env.hpp"
@@ -342,11 +343,13 @@ int cmd_install_hooks(const InstallOptions& options) {
         if (!options.dry_run) take_turns(lock);
         std::vector<std::string> notes;
         const Plan planned = plan(options, *agent, places, notes);
+        const bool index_wanted = !options.uninstall && !options.no_index && !places.user_scope;
 
         std::string out;
         if (options.dry_run) {
             for (const Step& step : planned.steps) out += dry_run_text(step);
             if (planned.skill) out += skill_dry_run_text(*planned.skill);
+            if (index_wanted) out += first_index_dry_run_text();
         } else {
             out = std::string(agent->title) + (options.uninstall ? ", uninstalled" : "") + " (" +
                   options.scope + " scope):\n";
@@ -358,11 +361,20 @@ int cmd_install_hooks(const InstallOptions& options) {
                 apply_skill(*planned.skill);
                 out += "  " + skill_report_line(*planned.skill) + "\n";
             }
+            if (!index_wanted) {
+                out += index_left_alone_line(places.repo, places.user_scope, options.uninstall);
+            }
         }
         for (const std::string& note : notes) {
             platform::write_stderr(std::string(kPrefix) + "note: " + note + "\n");
         }
         platform::write_stdout(out);
+        if (index_wanted && !options.dry_run) {
+            // Everything is installed: the index can take minutes, and other installs need not
+            // wait for it.
+            lock.reset();
+            platform::write_stdout(build_first_index(places.repo));
+        }
         return 0;
     } catch (const std::exception& e) {
         try {
