@@ -374,4 +374,11 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
     return summary;
 }
 
+IndexSummary index_contents(Database& db) {
+    IndexSummary summary;
+    Transaction read(db, false);
+    count_contents(db, summary);
+    return summary;
+}
+
 }  // namespace code_index

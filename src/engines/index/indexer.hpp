@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engines/index/classify.hpp"
+#include "engines/index/database.hpp"
 
 namespace code_index {
 
@@ -44,5 +45,9 @@ struct IndexOptions {
 // so that the index, which the hooks' nudge takes as the sign of an indexed repository, never
 // appears half made. An index that is not ours is refused and left as it is. Throws IndexError.
 IndexSummary update_index(const std::string& root, const IndexOptions& options);
+
+// What the index holds: its files by state, its definitions and references (the members about a
+// run stay at zero).
+IndexSummary index_contents(Database& db);
 
 }  // namespace code_index
