@@ -242,13 +242,20 @@ Json Tools::remember(const Json& arguments) {
 }
 
 Json tool_list() {
-    return support::parse_json(kToolList);
+    Json tools = support::parse_json(kToolList);
+    for (Json& tool : code_tool_list()) tools.push_back(std::move(tool));
+    return tools;
 }
 
 Json Tools::call(std::string_view name, const Json& arguments) {
     try {
         if (name == "understand") return understand(arguments);
         if (name == "remember") return remember(arguments);
+        if (name == "search") return code_.search(arguments);
+        if (name == "symbol") return code_.symbol(arguments);
+        if (name == "explore") {
+            return code_.explore(arguments, [this]() -> ::store::Store& { return store(false); });
+        }
     } catch (const ::store::StoreError& e) {
         store_.reset();  // whatever went wrong, the next call starts afresh
         return text_result(std::string("The store failed: ") + e.what(), true);
