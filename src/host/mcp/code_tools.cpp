@@ -77,9 +77,11 @@ constexpr auto kSettleLimit = std::chrono::milliseconds(250);
 constexpr std::size_t kExploreBytes = 4096;
 constexpr std::size_t kExploreLineChars = 200;
 
-Json text_result(const std::string& text) {
+Json text_result(const std::string& text, bool is_error = false) {
     Json content = Json::object().set("type", "text").set("text", text);
-    return Json::object().set("content", Json::array({content}));
+    Json result = Json::object().set("content", Json::array({content}));
+    if (is_error) result.set("isError", true);
+    return result;
 }
 
 std::string quoted(std::string_view text) {
@@ -278,6 +280,19 @@ class Budget {
 
 std::vector<Json> code_tool_list() {
     return support::parse_json(kCodeTools).elements();
+}
+
+std::optional<Json> CodeTools::call(std::string_view name, const Json& arguments,
+                                    const std::function<::store::Store&()>& store) {
+    try {
+        if (name == "search") return search(arguments);
+        if (name == "symbol") return symbol(arguments);
+        if (name == "explore") return explore(arguments, store);
+    } catch (const code_index::IndexError& e) {
+        index_.reset();  // whatever went wrong, the next call opens it afresh
+        return text_result(std::string("The code index failed: ") + e.what(), true);
+    }
+    return std::nullopt;
 }
 
 void CodeTools::keep_index() {

@@ -24,14 +24,16 @@ class CodeTools {
     // Starts keeping the index current, building the first one in a repository that has none.
     void keep_index();
 
-    // As Tools::call: invalid arguments throw RpcError naming them.
-    support::Json search(const support::Json& arguments);
-    support::Json symbol(const support::Json& arguments);
-    // `store` opens the repository's store, for the cached understandings and memories.
-    support::Json explore(const support::Json& arguments,
-                          const std::function<::store::Store&()>& store);
+    // As Tools::call for search, symbol and explore; nullopt for another tool. `store` opens the
+    // repository's store, for the cached understandings and memories.
+    std::optional<support::Json> call(std::string_view name, const support::Json& arguments,
+                                      const std::function<::store::Store&()>& store);
 
   private:
+    support::Json search(const support::Json& arguments);
+    support::Json symbol(const support::Json& arguments);
+    support::Json explore(const support::Json& arguments,
+                          const std::function<::store::Store&()>& store);
     // The index to answer from; nullopt with `note` saying why there is none. Otherwise `note`
     // holds what the answer should add (a refresh under way), or stays empty.
     code_index::Database* index(std::string& note);

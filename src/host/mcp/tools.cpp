@@ -251,10 +251,9 @@ Json Tools::call(std::string_view name, const Json& arguments) {
     try {
         if (name == "understand") return understand(arguments);
         if (name == "remember") return remember(arguments);
-        if (name == "search") return code_.search(arguments);
-        if (name == "symbol") return code_.symbol(arguments);
-        if (name == "explore") {
-            return code_.explore(arguments, [this]() -> ::store::Store& { return store(false); });
+        if (auto answer =
+                code_.call(name, arguments, [this]() -> ::store::Store& { return store(false); })) {
+            return *answer;
         }
     } catch (const ::store::StoreError& e) {
         store_.reset();  // whatever went wrong, the next call starts afresh
