@@ -198,6 +198,34 @@ std::vector<std::string> query_terms(std::string_view query) {
     return terms;
 }
 
+// A word of a question as the start of a name's word: "headers" finds header, "parsed" parse.
+std::string stem(std::string word) {
+    for (const std::string_view suffix : {"ing", "ed", "es", "s"}) {
+        if (word.size() > suffix.size() + 3 && word.ends_with(suffix)) {
+            word.resize(word.size() - suffix.size());
+            break;
+        }
+    }
+    return word;
+}
+
+// What explore asks search_symbols: a name as it is; for words, names holding all of them, then
+// two neighbours, then each alone.
+std::vector<std::string> definition_queries(const std::vector<std::string>& terms) {
+    if (terms.size() == 1) return terms;
+    std::vector<std::string> stems;
+    for (const std::string& term : terms) stems.push_back(stem(term));
+    std::vector<std::string> queries;
+    std::string all;
+    for (const std::string& s : stems) all += (all.empty() ? "" : "_") + s;
+    queries.push_back(all);
+    for (std::size_t i = 0; stems.size() > 2 && i + 1 < stems.size(); ++i) {
+        queries.push_back(stems[i] + "_" + stems[i + 1]);
+    }
+    queries.insert(queries.end(), stems.begin(), stems.end());
+    return queries;
+}
+
 std::string lower(std::string_view text) {
     std::string out(text);
     for (char& c : out) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
@@ -503,16 +531,8 @@ Json CodeTools::explore(const Json& arguments, const std::function<::store::Stor
     code_index::Database* db = index(note);
     std::vector<code_index::SymbolHit> definitions;
     if (db != nullptr) {
-        // The words together first (session brief: names holding both), then each alone.
-        std::vector<std::string> queries;
-        if (terms.size() > 1) {
-            std::string joined;
-            for (const std::string& term : terms) joined += (joined.empty() ? "" : "_") + term;
-            queries.push_back(joined);
-        }
-        queries.insert(queries.end(), terms.begin(), terms.end());
         std::unordered_set<std::string> seen;
-        for (const std::string& q : queries) {
+        for (const std::string& q : definition_queries(terms)) {
             const auto hits = code_index::search_symbols(
                 *db, {q, std::nullopt, std::nullopt, terms.size() == 1 ? 8u : 4u});
             for (const auto& hit : hits.results) {
@@ -521,6 +541,7 @@ Json CodeTools::explore(const Json& arguments, const std::function<::store::Stor
                     definitions.push_back(hit);
                 }
             }
+            if (definitions.size() == 8) break;
         }
     }
     std::vector<std::string> lines;
@@ -536,7 +557,8 @@ Json CodeTools::explore(const Json& arguments, const std::function<::store::Stor
             !asked.insert(hit.name).second) {
             continue;
         }
-        const auto callers = code_index::find_callers(*db, qualified(hit), hit.path, 5);
+        // Most calls first, code before tests: a summary, not the neighbourhood of one file.
+        const auto callers = code_index::find_callers(*db, qualified(hit), std::nullopt, 5);
         lines.clear();
         for (const auto& caller : callers.results) lines.push_back(caller_line(caller));
         section("Callers of " + qualified(hit) + ":", lines);
