@@ -132,7 +132,15 @@ void IndexKeeper::run(bool build) {
                 return !own && !filter->excluded(directory, true);
             };
             // Watching starts before the refresh, so that nothing changed meanwhile is missed.
+            const auto started = Clock::now();
             Watch watch(location.root, wanted, kMaxWatches);
+            services::log_record(
+                services::LogLevel::debug, kLogger,
+                "keeping the code index current: " + watch.description() + ", set up in " +
+                    std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                       Clock::now() - started)
+                                       .count()) +
+                    " ms");
             bool stopping = false;
             {
                 std::lock_guard guard(mutex_);
