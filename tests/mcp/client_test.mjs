@@ -103,6 +103,13 @@ try {
   writeFileSync(join(repo, "src", "page.py"), "def render_page(): ...\n");
   await soon("search", search("page"), "1 definition matches \"page\", best first:\n" +
     "src/page.py:1 function render_page \u2014 def render_page()");
+  // Once the ignore file no longer names it, the directory is indexed and watched like any other.
+  writeFileSync(join(repo, ".gitignore"), "");
+  await soon("search", search("generated_page"), "1 definition matches \"generated_page\", best " +
+    "first:\nbuild/gen.py:1 function generated_page \u2014 def generated_page()");
+  writeFileSync(join(repo, "build", "more.py"), "def more_pages(): ...\n");
+  await soon("search", search("more_pages"), "1 definition matches \"more_pages\", best first:\n" +
+    "build/more.py:1 function more_pages \u2014 def more_pages()");
 
   // Invalid arguments are protocol errors naming the argument.
   for (const [name, args, message] of [

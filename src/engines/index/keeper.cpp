@@ -102,12 +102,14 @@ void IndexKeeper::run(bool build) {
                 set_phase(Phase::waiting);
                 if (stopped_within(kTakeOverPeriod)) throw Stopped{};
             }
-            const auto wanted = [filter = std::make_shared<RepositoryFilter>(location.root)](
-                                    std::string_view directory) {
+            // One filter decides what is watched and what is indexed, so that a changed ignore file
+            // it forgets is decided afresh by both. Both run on this thread.
+            RepositoryFilter filter(location.root);
+            const auto wanted = [&filter](std::string_view directory) {
                 const bool own = directory.starts_with(kOwnDirectory) &&
                                  (directory.size() == kOwnDirectory.size() ||
                                   directory[kOwnDirectory.size()] == '/');
-                return !own && !filter->excluded(directory, true);
+                return !own && !filter.excluded(directory, true);
             };
             // Watching starts before the refresh, so that nothing changed meanwhile is missed.
             const auto started = Clock::now();
@@ -125,7 +127,7 @@ void IndexKeeper::run(bool build) {
                 watch_ = &watch;
                 stopping = stopping_;
             }
-            if (!stopping) keep(watch);
+            if (!stopping) keep(watch, filter);
             std::lock_guard guard(mutex_);
             watch_ = nullptr;
         }
@@ -144,7 +146,7 @@ void IndexKeeper::run(bool build) {
     changed_.notify_all();
 }
 
-void IndexKeeper::keep(Watch& watch) {
+void IndexKeeper::keep(Watch& watch, RepositoryFilter& filter) {
     set_phase(locate_index(root_, false).exists ? Phase::refreshing : Phase::building);
     IndexOptions options;
     options.progress = [this](const IndexProgress& p) {
@@ -161,7 +163,6 @@ void IndexKeeper::keep(Watch& watch) {
     record_keeper(index->db(), {pid, watching, now_ms()});
     set_phase(Phase::watching);
 
-    RepositoryFilter filter(index->location().root);
     options.progress = [this](const IndexProgress&) {
         if (stopped_within(0ms)) throw Stopped{};
     };

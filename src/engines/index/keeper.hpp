@@ -10,6 +10,8 @@
 
 namespace code_index {
 
+class RepositoryFilter;
+
 // What the keeper is doing, for answers that depend on it.
 struct KeeperStatus {
     enum class Phase {
@@ -47,7 +49,7 @@ class IndexKeeper {
 
   private:
     void run(bool build);
-    void keep(Watch& watch);
+    void keep(Watch& watch, RepositoryFilter& filter);
     void set_phase(KeeperStatus::Phase phase, std::string problem = "");
     // Sleeps up to `period`; true when asked to stop meanwhile.
     bool stopped_within(std::chrono::milliseconds period);
