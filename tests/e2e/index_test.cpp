@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <regex>
 
 #include "harness.hpp"
@@ -278,10 +279,9 @@ TEST_F(Index, ServeReportsTheIndexAndWhoKeepsItCurrent) {
         const HookRun r = host({"serve"});
         EXPECT_EQ(r.status, status) << r.err;
         const std::size_t from = r.out.find("\nindex ") + 1, to = r.out.find("\nhooks ") + 1;
-        // The time of the refresh is the run's own.
+        // The times of the refresh and of the keeper's end are the run's own.
         return std::regex_replace(r.out.substr(from, to - from),
-                                  std::regex(R"(refreshed \d{4}-\d\d-\d\d \d\d:\d\d \(just now\))"),
-                                  "refreshed T");
+                                  std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d \(just now\))"), "T");
     };
     EXPECT_EQ(index_lines(), "index     none yet; build it with `orvane-tamblo index`\n");
 
@@ -298,12 +298,13 @@ TEST_F(Index, ServeReportsTheIndexAndWhoKeepsItCurrent) {
                                  "keeper    none has run; the MCP server keeps the index "
                                  "current while an agent's session runs\n");
 
-    const auto keeper = [&](std::int64_t pid) {
+    const auto keeper = [&](std::int64_t pid, std::int64_t since = 0) {
         sqlite3* db = nullptr;
         ASSERT_EQ(sqlite3_open(index_db().c_str(), &db), SQLITE_OK);
         const std::string sql =
             "INSERT OR REPLACE INTO meta VALUES ('keeper_pid', " + std::to_string(pid) +
-            "), ('keeper_watching', 'inotify, 12 directories'), ('keeper_since', 0)";
+            "), ('keeper_watching', 'inotify, 12 directories'), ('keeper_since', " +
+            std::to_string(since) + ")";
         EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
         sqlite3_close(db);
     };
@@ -312,6 +313,10 @@ TEST_F(Index, ServeReportsTheIndexAndWhoKeepsItCurrent) {
                                  "keeper    none running: the last MCP server (pid "
                                  "2147483646) has ended; the next one, or `orvane-tamblo "
                                  "index`, brings the index up to date\n");
+    keeper(0, static_cast<std::int64_t>(std::time(nullptr)) * 1000);  // one that stopped
+    EXPECT_EQ(index_lines(), counts +
+                                 "keeper    none running: the last MCP server stopped T; the "
+                                 "next one, or `orvane-tamblo index`, brings the index up to date\n");
     if (!windows_build()) {
         keeper(::getpid());
         EXPECT_EQ(index_lines(), counts + "keeper    the MCP server (pid " +

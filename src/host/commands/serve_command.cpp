@@ -110,9 +110,14 @@ std::string files_text(const code_index::IndexSummary& s) {
 // The MCP server keeps the index current while an agent's session runs, and says so in it.
 std::string keeper_text(code_index::Database& db) {
     const auto keeper = code_index::read_keeper(db);
-    if (!keeper || keeper->pid <= 0) {
+    if (!keeper || (keeper->pid <= 0 && keeper->since_ms <= 0)) {
         return "none has run; the MCP server keeps the index current while an agent's session "
                "runs";
+    }
+    // A keeper that stops clears its pid and leaves the moment it stopped.
+    if (keeper->pid <= 0) {
+        return "none running: the last MCP server stopped " + moment(keeper->since_ms) +
+               "; the next one, or `orvane-tamblo index`, brings the index up to date";
     }
     const std::string pid = "(pid " + std::to_string(keeper->pid) + ")";
     if (!platform::process_running(keeper->pid)) {
