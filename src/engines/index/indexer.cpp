@@ -12,6 +12,7 @@
 
 #include "engines/index/database.hpp"
 #include "engines/index/extract.hpp"
+#include "engines/index/outline.hpp"
 #include "engines/index/schema.hpp"
 #include "engines/index/walk.hpp"
 #include "engines/index/writer.hpp"
@@ -352,6 +353,8 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
               "ON CONFLICT(key) DO UPDATE SET value=excluded.value")
             .bind(1, static_cast<std::int64_t>(platform::epoch_seconds() * 1000))
             .run();
+        // Dropped by any change to which files are indexed (or never built yet).
+        if (!has_indexed_digest(*db)) build_indexed_digest(*db);
         transaction.commit();
     }
     count_contents(*db, summary);
