@@ -135,6 +135,10 @@ class Store {
     UnderstandingStats understanding_stats(
         std::size_t limit, bool include_fresh,
         const std::function<void(std::string_view target)>& each_target = {});
+    // The `limit` most important of the entries stored last (a few times `limit` of them), the
+    // more recent first among equals: what is worth knowing first, at a cost that does not grow
+    // with the store.
+    std::vector<RecalledUnderstanding> notable_understandings(std::size_t limit);
     // `limit` entries from the `offset`th, the most recently stored first; only the page's files
     // are checked.
     UnderstandingPage understanding_page(std::size_t offset, std::size_t limit);

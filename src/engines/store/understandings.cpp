@@ -240,4 +240,34 @@ UnderstandingStats Store::understanding_stats(
     return stats;
 }
 
+std::vector<RecalledUnderstanding> Store::notable_understandings(std::size_t limit) {
+    std::vector<RecalledUnderstanding> notable;
+    if (!db_ || limit == 0) return notable;
+    constexpr std::size_t kLatestPerPlace = 5;
+    struct Latest {
+        std::string target, scope;
+        int rank;
+    };
+    std::vector<Latest> latest;
+    {
+        Transaction transaction(*db_, false);
+        Statement rows = db_->prepare(
+            "SELECT target, scope, importance FROM understandings ORDER BY id DESC LIMIT ?1");
+        rows.bind(1, static_cast<std::int64_t>(limit * kLatestPerPlace));
+        while (rows.step()) {
+            latest.push_back({std::string(rows.text(0)), std::string(rows.text(1)),
+                              importance_rank(rows.text(2))});
+        }
+    }
+    std::stable_sort(latest.begin(), latest.end(),
+                     [](const Latest& a, const Latest& b) { return a.rank < b.rank; });
+    for (const Latest& entry : latest) {
+        if (notable.size() == limit) break;
+        if (auto recalled = recall_understanding(entry.target, entry.scope)) {
+            notable.push_back(std::move(*recalled));
+        }
+    }
+    return notable;
+}
+
 }  // namespace store
