@@ -137,7 +137,8 @@ class HostCommands {
         if (only.empty() || only == "serve") {
             serve_ = app.add_subcommand(
                 "serve",
-                "Diagnose the embedded store: where it is, whether it answers, its contents");
+                "Diagnose the store and the code index: where they are, whether they answer, "
+                "what they hold");
         }
         if (only.empty() || only == "mcp") {
             mcp_ = app.add_subcommand(
@@ -353,11 +354,16 @@ class HostCommands {
         install_->add_flag("--dry-run", i.dry_run,
                            "Print what would be written and change nothing");
         install_->add_flag("--uninstall", i.uninstall,
-                           "Take out exactly what install-hooks put in");
+                           "Take out exactly what install-hooks put in (the code index stays)");
+        install_->add_flag("--no-index", i.no_index,
+                           "Do not build the code index now (orvane-tamblo index builds it later)");
         install_->footer(
             "Merges into the files that are there: your own entries stay as they are, in their\n"
             "order; a file that is not valid JSON is left alone. The previous file is kept as\n"
-            "<file>.bak. Commands name this program by its absolute path.");
+            "<file>.bak. Commands name this program by its absolute path. Claude Code and\n"
+            "Copilot also get the tamblo skill in .claude/skills/tamblo/ (a SKILL.md of your own\n"
+            "there is left alone). In a project, the code index is then built or brought up to\n"
+            "date (memory/codebase-index/index.db), with a progress bar on a terminal.");
     }
 
     CLI::App* mcp_ = nullptr;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -74,5 +75,8 @@ std::optional<std::string> find_program(std::string_view name);
 // character cannot be passed at all: std::invalid_argument, and nothing is started.
 ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::milliseconds timeout,
                           ChildOutput output = ChildOutput::keep);
+
+// This process's id.
+std::int64_t current_process_id();
 
 }  // namespace platform

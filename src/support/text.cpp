@@ -19,4 +19,12 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
     return out;
 }
 
+std::string grouped(std::int64_t n) {
+    std::string digits = std::to_string(n < 0 ? -n : n);
+    for (int i = static_cast<int>(digits.size()) - 3; i > 0; i -= 3) {
+        digits.insert(static_cast<std::size_t>(i), ",");
+    }
+    return n < 0 ? "-" + digits : digits;
+}
+
 }  // namespace support

@@ -246,7 +246,7 @@ TEST_F(Hardening, BriefComesOnlyFromARegularFileInsideTheRepository) {
         EXPECT_EQ(r.status, 0);
         if (row.brief == built_in) {
             EXPECT_TRUE(r.out.starts_with(
-                "# orvane-tamblo\n\nThis repository is indexed by orvane-tamblo."))
+                "# orvane-tamblo\n\norvane-tamblo's AI cache keeps what earlier sessions"))
                 << r.out;
             EXPECT_TRUE(r.out.ends_with(".\n\n" + kWarning + "\n")) << r.out;
             EXPECT_EQ(r.out.find("SECRET"), std::string::npos);

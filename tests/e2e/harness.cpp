@@ -334,6 +334,63 @@ HookRun HookTest::hook(const std::string& name, const std::string& stdin_data,
     return run(args, {.stdin_data = stdin_data});
 }
 
+Conversation HookTest::converse(const std::vector<std::string>& args, RunOptions options) {
+    options.stdin_never_closes = true;
+    const Started started = start({args}, options).front();
+    Conversation c;
+    c.test_ = this;
+    c.options_ = std::move(options);
+    c.pid_ = started.pid;
+    c.in_ = started.stdin_write;
+    c.out_ = started.out;
+    c.err_ = started.err;
+    return c;
+}
+
+void Conversation::send(const std::string& line) {
+    const std::string data = line + "\n";
+    for (std::size_t done = 0; done < data.size();) {
+        const ssize_t n = ::write(in_, data.data() + done, data.size() - done);
+        if (n <= 0) {
+            ADD_FAILURE() << "the program does not read its input";
+            return;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+std::string Conversation::receive() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    for (;;) {
+        if (const std::size_t end = pending_.find('\n'); end != std::string::npos) {
+            std::string line = pending_.substr(0, end);
+            pending_.erase(0, end + 1);
+            return line;
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        pollfd fd{out_, POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&fd, 1, static_cast<int>(left.count())) <= 0) {
+            ADD_FAILURE() << "no answer";
+            return "";
+        }
+        char buf[65536];
+        const ssize_t n = ::read(out_, buf, sizeof buf);
+        if (n <= 0) {
+            ADD_FAILURE() << "the program closed its output";
+            return "";
+        }
+        pending_.append(buf, static_cast<std::size_t>(n));
+    }
+}
+
+HookRun Conversation::end() {
+    ::close(in_);
+    HookRun run = test_->finish({pid_, out_, err_, -1}, options_);
+    run.out = pending_ + run.out;
+    return run;
+}
+
 void HookTest::answer(const std::string& key, const std::string& stdout_text, int rc) {
     scenario_file(key + ".stdout", stdout_text);
     scenario_file(key + ".rc", std::to_string(rc));

@@ -56,6 +56,27 @@ fs::path wine_drive_c();  // the Wine prefix's C: drive
 // `path` as the program under test sees it: unchanged here, under Wine "Z:\tmp\x" for /tmp/x.
 std::string native(const fs::path& path);
 
+class HookTest;
+
+// A run the test talks to line by line, as an agent talks to the MCP server: its standard input
+// stays open until end().
+class Conversation {
+  public:
+    void send(const std::string& line);  // the line and a line feed
+    // The next line of standard output without its line feed; fails the test and answers "" when
+    // none comes within 60 seconds.
+    std::string receive();
+    HookRun end();  // closes its standard input and waits for it to exit
+
+  private:
+    friend class HookTest;
+    HookTest* test_ = nullptr;
+    RunOptions options_;
+    pid_t pid_ = -1;
+    int in_ = -1, out_ = -1, err_ = -1;
+    std::string pending_;  // read beyond the last line received
+};
+
 // A temporary repository, log directory and fake-host scenario for each test. Hooks run as
 // the program under test by absolute path, with the fake host first on PATH.
 class HookTest : public ::testing::Test {
@@ -72,6 +93,7 @@ class HookTest : public ::testing::Test {
                                       const RunOptions& options = {});
     HookRun hook(const std::string& name, const std::string& stdin_data,
                  const std::vector<std::string>& extra_args = {});
+    Conversation converse(const std::vector<std::string>& args, RunOptions options = {});
 
     // Makes the fake host answer calls with `key` (see fake_host.cpp).
     void answer(const std::string& key, const std::string& stdout_text, int rc = 0);
@@ -95,6 +117,7 @@ class HookTest : public ::testing::Test {
     fs::path scenario_;  // FAKE_HOST_SCENARIO
 
   private:
+    friend class Conversation;
     struct Started {
         pid_t pid;
         int out, err;

@@ -1,5 +1,8 @@
 // The code index: `orvane-tamblo index` over a repository of every language, what it leaves out,
 // a refresh that answers as a fresh index would, what it refuses, and the nudge it turns on.
+#include <sqlite3.h>
+#include <unistd.h>
+
 #include <regex>
 
 #include "harness.hpp"
@@ -335,6 +338,60 @@ TEST_F(Index, UndescribedFilesHaveTheIndexsOutline) {
                      "\n\n### Quick Start:\n- `understand(action=\"recall\")` for semantic "
                      "search across cache\n- `explore(query=\"...\")` for multi-strategy code "
                      "exploration\n- `remember(action='list')` to see stored project memories\n");
+}
+
+// serve's lines on the index, between the store's and the hooks': what it holds, when it was last
+// brought up to date, and whether a live process keeps it current.
+TEST_F(Index, ServeReportsTheIndexAndWhoKeepsItCurrent) {
+    const auto index_lines = [&](int status = 0) {
+        const HookRun r = host({"serve"});
+        EXPECT_EQ(r.status, status) << r.err;
+        const std::size_t from = r.out.find("\nindex ") + 1, to = r.out.find("\nhooks ") + 1;
+        // The time of the refresh is the run's own.
+        return std::regex_replace(r.out.substr(from, to - from),
+                                  std::regex(R"(refreshed \d{4}-\d\d-\d\d \d\d:\d\d \(just now\))"),
+                                  "refreshed T");
+    };
+    EXPECT_EQ(index_lines(), "index     none yet; build it with `orvane-tamblo index`\n");
+
+    put("big.py", std::string(1 << 20, '#') + "\n");
+    put("README.md", "# readme\n");
+    index_json();
+    const std::string counts = "index     " + native(index_db()) +
+                               "\n"
+                               "files     9 source files indexed, 1 skipped (1 large), 1 other "
+                               "file known by path only\n"
+                               "symbols   27 definitions, 17 references\n"
+                               "refreshed T\n";
+    EXPECT_EQ(index_lines(), counts +
+                                 "keeper    none has run; the MCP server keeps the index "
+                                 "current while an agent's session runs\n");
+
+    const auto keeper = [&](std::int64_t pid) {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open(index_db().c_str(), &db), SQLITE_OK);
+        const std::string sql =
+            "INSERT OR REPLACE INTO meta VALUES ('keeper_pid', " + std::to_string(pid) +
+            "), ('keeper_watching', 'inotify, 12 directories'), ('keeper_since', 0)";
+        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+        sqlite3_close(db);
+    };
+    keeper(2147483646);  // no system gives out such an id
+    EXPECT_EQ(index_lines(), counts +
+                                 "keeper    none running: the last MCP server (pid "
+                                 "2147483646) has ended; the next one, or `orvane-tamblo "
+                                 "index`, brings the index up to date\n");
+    if (!windows_build()) {
+        keeper(::getpid());
+        EXPECT_EQ(index_lines(), counts + "keeper    the MCP server (pid " +
+                                     std::to_string(::getpid()) +
+                                     ") keeps it current: inotify, 12 directories\n");
+    }
+
+    write_file(index_db(), "not a database, but a file of the user's\n");
+    EXPECT_EQ(index_lines(1), "index     " + native(index_db()) +
+                                  "\nfiles     PROBLEM: memory/codebase-index/index.db: file is "
+                                  "not a database\n");
 }
 
 TEST_F(Index, TheNudgeSpeaksOnceTheRepositoryIsIndexed) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <tuple>
 
 #include "harness.hpp"
@@ -115,6 +116,10 @@ std::string tree(const fs::path& dir) {
     return out;
 }
 
+// Where Claude Code and Copilot read the skill, in the repository or under the home directory.
+const std::string kSkill = ".claude/skills/tamblo/SKILL.md";
+const std::string kSkillText = read_file(SKILL_SOURCE);
+
 class InstallHooks : public HookTest {
   protected:
     // Wine keeps %USERPROFILE% at its prefix's own profile, whatever the environment says, so the
@@ -140,14 +145,15 @@ class InstallHooks : public HookTest {
         HookTest::TearDown();
     }
     void clear_home() const {
-        for (const char* name : {".claude", ".claude.json", ".codeium"})
+        for (const char* name : {".claude", ".claude.json", ".codeium", ".copilot"})
             fs::remove_all(home() / name);
     }
     fs::path home() const { return windows_build() ? home_ : root_ / "home"; }
 
+    // Without the first index, which only the tests of the index want.
     static std::vector<std::string> install_args(const std::string& agent,
                                                  std::vector<std::string> extra = {}) {
-        std::vector<std::string> args = {"install-hooks", "--agent", agent};
+        std::vector<std::string> args = {"install-hooks", "--agent", agent, "--no-index"};
         args.insert(args.end(), extra.begin(), extra.end());
         return args;
     }
@@ -204,6 +210,7 @@ TEST_F(InstallHooks, EmptyRepositoryGetsEachAgentsEventsAndServer) {
                       "\",\n      \"args\": [\n"
                       "        \"mcp\"\n      ]\n    }\n  }\n}\n");
         EXPECT_FALSE(fs::exists(place(c.hooks_file + ".bak")));
+        EXPECT_EQ(fs::exists(repo_ / kSkill), c.agent == "claude" || c.agent == "copilot");
 
         const std::string hooks_before = content(c.hooks_file);
         const HookRun again = install(c.agent);
@@ -310,8 +317,11 @@ TEST_F(InstallHooks, NoHookRunsTwiceInAgentsThatAlsoRunClaudeCodesHooks) {
     const HookRun copilot_out = install("copilot", {"--uninstall"});
     EXPECT_EQ(copilot_out.err,
               "orvane-tamblo install-hooks: note: .mcp.json keeps the MCP server "
-              "orvane-tamblo: Claude Code's installation uses it too\n");
+              "orvane-tamblo: Claude Code's installation uses it too\n"
+              "orvane-tamblo install-hooks: note: .claude/skills/tamblo/SKILL.md keeps the tamblo "
+              "skill: Claude Code's installation uses it too\n");
     EXPECT_EQ(content(".mcp.json"), mcp);
+    EXPECT_TRUE(fs::exists(repo_ / kSkill));
     ASSERT_EQ(install("claude", {"--uninstall"}).status, 0);
     EXPECT_FALSE(fs::exists(repo_ / ".mcp.json"));
 
@@ -390,7 +400,8 @@ TEST_F(InstallHooks, KilledRunLeavesNoReadableCopyAndTheNextRunClearsIt) {
     EXPECT_EQ(content(".claude/settings.json"), settings);
 
     ASSERT_EQ(install("claude").status, 0);
-    EXPECT_EQ(tree(repo_ / ".claude"), "settings.json\nsettings.json.bak\n");
+    EXPECT_EQ(tree(repo_ / ".claude"),
+              "settings.json\nsettings.json.bak\nskills\nskills/tamblo\nskills/tamblo/SKILL.md\n");
     EXPECT_EQ(content(".claude/settings.json.bak"), settings);
 }
 
@@ -471,6 +482,144 @@ TEST_F(InstallHooks, UserScopeWritesUnderHomeAndWarnsWhenPathFindsAnotherProgram
     EXPECT_EQ(bad.status, 2);
     EXPECT_NE(bad.err.find("--agent"), std::string::npos) << bad.err;
     EXPECT_NE(bad.err.find("vim"), std::string::npos) << bad.err;
+}
+
+// Copilot reads Claude Code's skills folder, in both scopes: one copy serves both agents, and goes
+// with the last of them.
+TEST_F(InstallHooks, SkillIsSharedByClaudeCodeAndCopilotInEitherScope) {
+    for (const std::string scope : {"project", "user"}) {
+        SCOPED_TRACE(scope);
+        const std::string skill = (scope == "user" ? "~/" : "") + kSkill;
+        const std::vector<std::string> in = {"--scope", scope};
+        const std::vector<std::string> out = {"--scope", scope, "--uninstall"};
+        const HookRun copilot = install("copilot", in);
+        ASSERT_EQ(copilot.status, 0) << copilot.err;
+        EXPECT_NE(copilot.out.find("  " + skill + ": the tamblo skill installed\n"),
+                  std::string::npos)
+            << copilot.out;
+        EXPECT_EQ(content(skill), kSkillText);
+        EXPECT_EQ(install("copilot", out).status, 0);
+        EXPECT_FALSE(fs::exists(place(skill)));
+
+        ASSERT_EQ(install("claude", in).status, 0);
+        ASSERT_EQ(install("copilot", in).status, 0);
+        EXPECT_NE(install("copilot", out)
+                      .err.find("note: " + skill +
+                                " keeps the tamblo skill: Claude Code's "
+                                "installation uses it too\n"),
+                  std::string::npos);
+        EXPECT_EQ(content(skill), kSkillText);
+        const HookRun claude = install("claude", out);
+        EXPECT_NE(claude.out.find("  " + skill + ": the tamblo skill removed\n"), std::string::npos)
+            << claude.out;
+        EXPECT_EQ(tree(repo_), "");
+        EXPECT_FALSE(fs::exists(home() / ".claude"));
+    }
+}
+
+// A skill we did not write (it lacks our line) is the user's: never replaced nor removed. One of
+// ours from an earlier release is brought up to date.
+TEST_F(InstallHooks, UsersOwnSkillIsLeftAloneAndOursIsUpdated) {
+    const std::string mine = "---\nname: tamblo\ndescription: my own\n---\nMine.\n";
+    put(kSkill, mine);
+    for (const std::vector<std::string>& extra : {std::vector<std::string>{}, {"--uninstall"}}) {
+        const HookRun r = install("claude", extra);
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.out.find("SKILL.md"), std::string::npos) << r.out;
+        EXPECT_EQ(r.err,
+                  "orvane-tamblo install-hooks: note: .claude/skills/tamblo/SKILL.md was not "
+                  "written by orvane-tamblo, so it was left as it is: that skill is yours" +
+                      std::string(extra.empty() ? "; to have orvane-tamblo's there, move it "
+                                                  "away and install again"
+                                                : "") +
+                      "\n");
+        EXPECT_EQ(content(kSkill), mine);
+    }
+    if (!windows_build()) {
+        fs::remove(repo_ / kSkill);
+        fs::create_symlink(root_ / "elsewhere.md", repo_ / kSkill);
+        EXPECT_NE(
+            install("claude").err.find("SKILL.md is a symbolic link, so it was left as it is"),
+            std::string::npos);
+        EXPECT_FALSE(fs::exists(root_ / "elsewhere.md"));
+    }
+
+    fs::remove(repo_ / kSkill);
+    std::string earlier = kSkillText;
+    earlier.replace(earlier.find("# Working"), 9, "# Earlier");
+    put(kSkill, earlier);
+    const HookRun r = install("claude");
+    EXPECT_NE(r.out.find("  .claude/skills/tamblo/SKILL.md: the tamblo skill updated\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(content(kSkill), kSkillText);
+}
+
+std::string git(const fs::path& repo, const std::string& args) {
+    const std::string command =
+        "git -C '" + repo.string() + "' -c user.name=t -c user.email=t@t " + args + " 2>&1";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    std::string out;
+    char buffer[4096];
+    while (std::size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) out.append(buffer, n);
+    ::pclose(pipe);
+    return out;
+}
+
+// Setting up a repository builds its first index; taking the installation out leaves the index,
+// and git status as it was before.
+TEST_F(InstallHooks, FirstIndexIsBuiltAtInstallAndStaysAfterUninstall) {
+    git(repo_, "init -q");
+    put("src/a.py", "def hello():\n    return world()\n\ndef world():\n    pass\n");
+    git(repo_, "add -A");
+    git(repo_, "commit -qm init");
+    ASSERT_EQ(git(repo_, "status --porcelain"), "");
+
+    const std::vector<std::string> claude = {"install-hooks", "--agent", "claude"};
+    std::vector<std::string> dry = claude;
+    dry.push_back("--dry-run");
+    EXPECT_TRUE(run(dry, installed())
+                    .out.ends_with("would write .claude/skills/tamblo/SKILL.md (the tamblo skill)\n"
+                                   "would build the code index memory/codebase-index/index.db (or "
+                                   "bring it up to date)\n"));
+    expect_clean(run(claude, installed()),
+                 "Claude Code (project scope):\n"
+                 "  .claude/settings.json: 8 hooks added\n"
+                 "  .mcp.json: MCP server orvane-tamblo registered\n"
+                 "  .claude/skills/tamblo/SKILL.md: the tamblo skill installed\n"
+                 "  memory/codebase-index/index.db: code index built, 1 source file, 2 "
+                 "definitions, 1 reference\n");
+    std::vector<std::string> undo = claude;
+    undo.push_back("--uninstall");
+    expect_clean(run(undo, installed()),
+                 "Claude Code, uninstalled (project scope):\n"
+                 "  .claude/settings.json: 8 hooks removed; removed the file, which held nothing "
+                 "else\n"
+                 "  .mcp.json: MCP server orvane-tamblo removed; removed the file, which held "
+                 "nothing else\n"
+                 "  .claude/skills/tamblo/SKILL.md: the tamblo skill removed\n"
+                 "  memory/codebase-index/index.db: left as it is, with the rest of the "
+                 "repository's data in memory/codebase-index (delete it yourself to drop it)\n");
+    EXPECT_EQ(git(repo_, "status --porcelain"), "");
+    EXPECT_FALSE(fs::exists(repo_ / ".claude"));
+    EXPECT_TRUE(fs::exists(repo_ / "memory/codebase-index/index.db"));
+
+    // An index that is not ours stays as it is, and so does the installation.
+    write_file(repo_ / "memory/codebase-index/index.db", "my notes\n");
+    const HookRun foreign = run(claude, installed());
+    EXPECT_EQ(foreign.status, 0);
+    EXPECT_EQ(foreign.err,
+              "orvane-tamblo install-hooks: warning: the code index was not built: "
+              "memory/codebase-index/index.db: file is not a database; the installation stands, "
+              "and `orvane-tamblo index` builds the index later\n");
+    EXPECT_TRUE(foreign.out.ends_with("skill installed\n")) << foreign.out;
+    EXPECT_EQ(read_file(repo_ / "memory/codebase-index/index.db"), "my notes\n");
+
+    fs::remove_all(repo_ / "memory");
+    EXPECT_TRUE(install("claude").out.ends_with(
+        "  memory/codebase-index/index.db: not built (--no-index); `orvane-tamblo index` builds "
+        "it\n"));
+    EXPECT_FALSE(fs::exists(repo_ / "memory"));
 }
 
 }  // namespace

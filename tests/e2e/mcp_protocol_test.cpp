@@ -1,9 +1,11 @@
 // The MCP server's JSON-RPC side: initialize settles on a protocol version, every malformed or
 // unanswerable message gets its standard error, notifications get nothing, and the server goes on
-// answering after each.
+// answering after each. Then every AI cache call the hooks show, as written, and the code index's
+// tools, kept current while the server runs.
 #include <map>
 #include <regex>
 #include <set>
+#include <thread>
 
 #include "harness.hpp"
 #include "support/json.hpp"
@@ -70,8 +72,8 @@ TEST_F(McpProtocol, EveryMessageGetsItsAnswerAndTheServerGoesOn) {
          R"({"jsonrpc": "2.0", "id": 5, "error": {"code": -32602, "message": "initialize needs \"protocolVersion\""}})"},
         {R"({"jsonrpc": "2.0", "id": 6, "method": "tools/call", "params": {"arguments": {}}})",
          R"({"jsonrpc": "2.0", "id": 6, "error": {"code": -32602, "message": "tools/call needs the tool's \"name\""}})"},
-        {call + R"({"name": "explore", "arguments": {}}})",
-         bad_args + R"("message": "Unknown tool: explore"}})"},
+        {call + R"({"name": "forget", "arguments": {}}})",
+         bad_args + R"("message": "Unknown tool: forget"}})"},
         {call + R"({"name": "understand", "arguments": []}})",
          bad_args + R"("message": "\"arguments\" must be an object"}})"},
         {understand("{}"), invalid(R"(\"action\" is required)")},
@@ -88,6 +90,27 @@ TEST_F(McpProtocol, EveryMessageGetsItsAnswerAndTheServerGoesOn) {
         {call + R"({"name": "remember", "arguments": {"action": "store", "key": "k"}}})",
          bad_args +
              R"("message": "Invalid arguments for remember: action \"store\" needs \"value\""}})"},
+        {call +
+             R"({"name": "search", "arguments": {"action": "symbols", "query": "a", "kind": "klass"}}})",
+         bad_args + R"("message": "Invalid arguments for search: \"kind\" must be one of )"
+                    R"(function, method, class, interface, struct, enum, union, type, trait, )"
+                    R"(module, namespace, constant, variable, field, macro, impl, other"}})"},
+        {call + R"({"name": "search", "arguments": {"action": "symbols"}}})",
+         bad_args + R"("message": "Invalid arguments for search: action \"symbols\" needs )"
+                    R"(\"query\""}})"},
+        {call + R"({"name": "symbol", "arguments": {"action": "callers", "name": 3}}})",
+         bad_args + R"("message": "Invalid arguments for symbol: \"name\" must be a string"}})"},
+        {call + R"({"name": "symbol", "arguments": {"action": "callers", "limit": 0}}})",
+         bad_args + R"("message": "Invalid arguments for symbol: \"limit\" must be a whole )"
+                    R"(number from 1 to 200"}})"},
+        {call + R"({"name": "explore", "arguments": {"question": "f"}}})",
+         bad_args + R"("message": "Invalid arguments for explore: unknown argument )"
+                    R"(\"question\""}})"},
+        // Outside a repository (no .git here) the server builds no index by itself.
+        {call + R"({"name": "search", "arguments": {"action": "symbols", "query": "main"}}})",
+         R"({"jsonrpc": "2.0", "id": 7, "result": {"content": [{"type": "text", "text": "This )"
+         R"(repository has no code index yet: build it with `orvane-tamblo index` in the )"
+         R"(repository's root (this server then keeps it current)."}]}})"},
         {R"({"jsonrpc": "2.0", "id": 9, "result": {}})", ""},
         {"", ""},
         {R"({"jsonrpc": "2.0", "id": "last", "method": "ping"})",
@@ -268,6 +291,100 @@ TEST_F(McpProtocol, EveryCallTheHooksShowWorksAsWritten) {
                   e->second)
             << c;
     }
+    EXPECT_EQ(r.err, "");
+}
+
+class McpTools : public HookTest {
+  protected:
+    void SetUp() override {
+        HookTest::SetUp();
+        fs::create_directories(repo_ / ".git");
+        write_file(repo_ / ".gitignore", "build/\n");
+        put("src/users.py",
+            "class UserStore:\n    def get_user(self, user_id):\n        return "
+            "self.rows[user_id]\n\ndef load(store):\n    return store.get_user(1)\n\n"
+            "def main():\n    load(UserStore())\n    load(None)\n");
+        server_ = converse({"mcp"});
+        server_.send(R"({"jsonrpc": "2.0", "id": 0, "method": "initialize", "params": )"
+                     R"({"protocolVersion": "2025-06-18", "capabilities": {}, "clientInfo": )"
+                     R"({"name": "t", "version": "1"}}})");
+        server_.receive();
+    }
+
+    void put(const std::string& path, const std::string& text) {
+        fs::create_directories((repo_ / path).parent_path());
+        write_file(repo_ / path, text);
+    }
+
+    // The text of a tool's answer.
+    std::string call(const std::string& tool, const std::string& arguments) {
+        server_.send(R"({"jsonrpc": "2.0", "id": 1, "method": "tools/call", "params": {"name": ")" +
+                     tool + R"(", "arguments": )" + arguments + "}}");
+        const support::Json reply = support::parse_json(server_.receive());
+        const support::Json* result = reply.find("result");
+        if (result == nullptr) return support::to_json_text(reply);
+        return result->find("content")->elements().at(0).find("text")->as_string();
+    }
+
+    // Asks until the answer is `expected` (the index catches up in the background), then checks
+    // it.
+    void expect_soon(const std::string& tool, const std::string& arguments,
+                     const std::string& expected) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        std::string text;
+        while ((text = call(tool, arguments)) != expected &&
+               std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        EXPECT_EQ(text, expected) << tool << " " << arguments;
+    }
+
+    Conversation server_;
+};
+
+TEST_F(McpTools, AnswerFromTheIndexTheServerKeepsCurrent) {
+    const std::string get_user = R"({"action": "symbols", "query": "get_user"})";
+    const std::string in_users =
+        "src/users.py:2 method UserStore.get_user \u2014 def get_user(self, user_id)";
+    // The first index is built in the background, answering meanwhile.
+    expect_soon("search", get_user, "1 definition matches \"get_user\", best first:\n" + in_users);
+    // The hooks' nudge shows symbol calls without a name: the last search's best match.
+    EXPECT_EQ(call("symbol", R"({"action": "callers"})"),
+              "(No name given: \"UserStore.get_user\", the best match of the last search.)\n"
+              "1 caller of \"UserStore.get_user\", most calls first:\n"
+              "src/users.py:5 function load \u2014 def load(store) (1 call)");
+    EXPECT_EQ(call("symbol", R"({"action": "references", "name": "load", "limit": 1})"),
+              "1 reference to \"load\":\nsrc/users.py:9 call in main\n"
+              "More: symbol(action=\"references\", name=\"load\", limit=2); path ranks what is "
+              "near a file first.");
+    EXPECT_EQ(call("explore", R"({"query": "how does load find a user"})"),
+              "Definitions:\n"
+              "src/users.py:5 function load \u2014 def load(store)\n"
+              "src/users.py:1 class UserStore \u2014 class UserStore\n"
+              "src/users.py:2 method UserStore.get_user \u2014 def get_user(self, user_id)\n"
+              "Callers of load:\n"
+              "src/users.py:8 function main \u2014 def main() (2 calls)\n"
+              "Callers of UserStore:\n"
+              "src/users.py:8 function main \u2014 def main() (1 call)\n"
+              "Files:\nsrc/users.py");
+
+    // A file saved while the server runs is found; one under an ignored directory is not, until
+    // the directory is no longer ignored; a file removed is gone.
+    put("build/gen.py", "def get_user_generated():\n    pass\n");
+    put("src/fast.py", "def get_user_fast(x):\n    return x\n");
+    const std::string in_fast = "src/fast.py:1 function get_user_fast \u2014 def get_user_fast(x)";
+    expect_soon("search", get_user,
+                "2 definitions match \"get_user\", best first:\n" + in_users + "\n" + in_fast);
+    write_file(repo_ / ".gitignore", "");
+    expect_soon("search", get_user,
+                "3 definitions match \"get_user\", best first:\n" + in_users + "\n" + in_fast +
+                    "\nbuild/gen.py:1 function get_user_generated \u2014 def get_user_generated()");
+    fs::remove_all(repo_ / "build");
+    fs::remove(repo_ / "src/fast.py");
+    expect_soon("search", get_user, "1 definition matches \"get_user\", best first:\n" + in_users);
+
+    const HookRun r = server_.end();
+    EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "");
 }
 

@@ -1,5 +1,7 @@
 // session-start and restore-compact: the brief, the conversation summary and the AI cache section,
 // the host queries behind them and how a failing query shows.
+#include <functional>
+
 #include "harness.hpp"
 
 namespace e2e {
@@ -111,6 +113,46 @@ TEST_F(SessionStart, WorkedExampleAndWhenToAnswer) {
         fs::remove(scenario_ / "calls.log");
         expect_clean(hook("session-start", row.input, {"--agent", row.agent}), row.out);
         EXPECT_EQ(host_calls().empty(), row.out.empty());
+    }
+}
+
+// Without a brief of the repository's own, the built-in one names the symbol tools only where the
+// index marker says the repository is indexed, and otherwise says how to index it.
+TEST_F(SessionStart, BuiltInBriefSaysWhetherTheRepositoryIsIndexed) {
+    fs::remove_all(repo_ / ".orvane-tamblo");
+    const std::string indexed =
+        "# orvane-tamblo\n\nThis repository is indexed by orvane-tamblo. Its code index knows the "
+        "definitions and references of the code, so find code by name with it rather than with a "
+        "text search;";
+    const std::string unindexed =
+        "The repository has no code index yet, so finding code by name (the `search`, `symbol` "
+        "and `explore` tools) waits for it: `orvane-tamblo index`, run in the repository's root, "
+        "builds it.\n";
+    const fs::path marker = repo_ / "memory/codebase-index/index.db";
+    const struct {
+        const char* name;
+        std::function<void()> make;
+        bool is_indexed;
+    } rows[] = {
+        {"no marker", [] {}, false},
+        {"a directory", [&] { fs::create_directories(marker); }, false},
+        {"a file", [&] { write_file(marker, ""); }, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove_all(repo_ / "memory");
+        fs::create_directories(marker.parent_path());
+        row.make();
+        const std::string out = windsurf();
+        EXPECT_EQ(out.starts_with(indexed), row.is_indexed) << out;
+        EXPECT_EQ(out.find("## Code index tools\n- `search(action='symbols', query='getUser')`") !=
+                      std::string::npos,
+                  row.is_indexed);
+        EXPECT_EQ(out.find(unindexed) != std::string::npos, !row.is_indexed) << out;
+        EXPECT_TRUE(
+            out.ends_with("Both keep their entries in the repository's store, "
+                          "memory/codebase-index/orvane.db.\n\n" +
+                          kWarning + "\n"));
     }
 }
 

@@ -415,7 +415,8 @@ TEST_F(Store, ServeDiagnosesTheStoreAndThePath) {
         native(repo_ / "memory/codebase-index/orvane.db") +
         "\n"
         "database  opens and answers (schema version 2)\n"
-        "contents  1 understanding, 0 sessions with 0 turns, 0 memories\n";
+        "contents  1 understanding, 0 sessions with 0 turns, 0 memories\n"
+        "index     none yet; build it with `orvane-tamblo index`\n";
     expect_clean(host({"serve"}),
                  service + "hooks     the hooks run " + program + ", this program\n");
 

@@ -1,5 +1,7 @@
 #include "engines/index/database.hpp"
 
+#include <sqlite3.h>
+
 #include "engines/index/schema.hpp"
 #include "platform/file_info.hpp"
 
@@ -35,6 +37,13 @@ std::optional<IndexDatabase> IndexDatabase::open(const std::string& root, Access
                              "index` to rebuild it");
     }
     return IndexDatabase(std::move(location), std::move(db));
+}
+
+bool IndexDatabase::replaced() {
+    // Where the file system cannot tell (Windows), an open database cannot be deleted either.
+    int moved = 0;
+    const int rc = sqlite3_file_control(db_.handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+    return (rc != SQLITE_OK && rc != SQLITE_NOTFOUND) || moved != 0;
 }
 
 }  // namespace code_index

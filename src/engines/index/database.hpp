@@ -41,6 +41,9 @@ class IndexDatabase {
 
     Database& db() { return db_; }
     const IndexLocation& location() const { return location_; }
+    // Whether the file was deleted or replaced since it was opened (a rebuild puts a new one in
+    // its place): a process that keeps it open opens it again.
+    bool replaced();
 
   private:
     IndexDatabase(IndexLocation location, Database db)

@@ -9,6 +9,7 @@
 #include <optional>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "engines/index/database.hpp"
 #include "engines/index/extract.hpp"
@@ -161,9 +162,57 @@ Result process(const std::string& root, const Job& job, Extractor& extractor,
     return result;
 }
 
-// Parses `jobs` on `threads` threads while the calling thread writes the results.
-void parse_and_write(const std::string& root, std::vector<Job>& jobs, Database& db,
-                     IndexWriter& writer, const IndexOptions& options, IndexSummary& summary) {
+// What a run writes: files known by their path only, files gone, files to parse.
+struct Plan {
+    std::vector<FileRow> recorded;
+    std::vector<std::int64_t> removed;
+    std::vector<Job> jobs;
+    bool empty() const { return recorded.empty() && removed.empty() && jobs.empty(); }
+};
+
+// Compares the files found with those the index knew (`known`, emptied of the files found): a
+// file whose size and time are as the index has them is left alone, one without a grammar or too
+// large is recorded by its path, the rest are parsed; what was known and not found is removed.
+Plan plan_changes(std::vector<RepoFile>& files, std::unordered_map<std::string, KnownFile>& known,
+                  IndexSummary& summary) {
+    Plan plan;
+    const std::int64_t started_ns = now_ns();
+    for (RepoFile& file : files) {
+        std::optional<KnownFile> was;
+        if (auto found = known.find(file.path); found != known.end()) {
+            was = found->second;
+            known.erase(found);
+        }
+        if (was && was->size == file.size && was->mtime_ns == file.mtime_ns &&
+            was->mtime_ns != -1) {
+            ++summary.unchanged;
+            continue;
+        }
+        const auto language = language_of(file.path);
+        if (!language || file.size > kMaxFileBytes) {
+            // Known by its path only: nothing in it is read.
+            FileRow row;
+            row.path = file.path;
+            row.language = language;
+            row.size = file.size;
+            row.mtime_ns = started_ns - file.mtime_ns < kRacyWindowNs ? -1 : file.mtime_ns;
+            row.state = language ? FileState::large : FileState::unsupported;
+            plan.recorded.push_back(std::move(row));
+            continue;
+        }
+        plan.jobs.push_back({std::move(file), language, was});
+    }
+    for (const auto& [path, gone] : known) plan.removed.push_back(gone.id);
+    summary.removed += static_cast<std::int64_t>(plan.removed.size());
+    return plan;
+}
+
+// Writes the plan: the recorded and removed files first, then the jobs, parsed on `threads`
+// threads while the calling thread writes the results; the index is stamped as refreshed in the
+// last transaction.
+void parse_and_write(const std::string& root, Plan& plan, Database& db, IndexWriter& writer,
+                     const IndexOptions& options, IndexSummary& summary) {
+    std::vector<Job>& jobs = plan.jobs;
     const std::int64_t started_ns = now_ns();
     unsigned threads = options.threads != 0 ? options.threads : std::thread::hardware_concurrency();
     threads = std::clamp<unsigned>(threads, 1, 64);
@@ -173,8 +222,12 @@ void parse_and_write(const std::string& root, std::vector<Job>& jobs, Database& 
     std::sort(jobs.begin(), jobs.end(),
               [](const Job& a, const Job& b) { return a.file.size > b.file.size; });
 
+    std::optional<Transaction> transaction(std::in_place, db, true);
+    for (const FileRow& row : plan.recorded) writer.put_file(row, nullptr);
+    for (const std::int64_t id : plan.removed) writer.remove_file(id);
+
     ResultQueue queue(4 * static_cast<std::size_t>(threads));
-    queue.set_producers(threads);
+    queue.set_producers(jobs.empty() ? 0 : threads);
     std::atomic<std::size_t> next{0};
     std::vector<std::thread> workers;
     auto stop = [&] {
@@ -182,7 +235,7 @@ void parse_and_write(const std::string& root, std::vector<Job>& jobs, Database& 
         for (auto& worker : workers) worker.join();
         workers.clear();
     };
-    for (unsigned t = 0; t < threads; ++t) {
+    for (unsigned t = 0; t < threads && !jobs.empty(); ++t) {
         workers.emplace_back([&] {
             Extractor extractor;
             for (std::size_t i; (i = next.fetch_add(1)) < jobs.size();) {
@@ -203,11 +256,10 @@ void parse_and_write(const std::string& root, std::vector<Job>& jobs, Database& 
     }
 
     IndexProgress progress{0, static_cast<std::int64_t>(jobs.size())};
-    if (options.progress) options.progress(progress);
     try {
+        if (options.progress) options.progress(progress);
         auto committed_at = Clock::now();
         std::int64_t since_commit = 0;
-        std::optional<Transaction> transaction(std::in_place, db, true);
         while (auto result = queue.pop()) {
             if (result->unchanged_id) {
                 writer.touch_file(*result->unchanged_id, result->row.size, result->row.mtime_ns);
@@ -226,6 +278,13 @@ void parse_and_write(const std::string& root, std::vector<Job>& jobs, Database& 
             }
             if (options.progress) options.progress(progress);
         }
+        db.prepare(
+              "INSERT INTO meta(key, value) VALUES('refreshed_at', ?1) "
+              "ON CONFLICT(key) DO UPDATE SET value=excluded.value")
+            .bind(1, static_cast<std::int64_t>(platform::epoch_seconds() * 1000))
+            .run();
+        // Dropped by any change to which files are indexed (or never built yet).
+        if (!has_indexed_digest(db)) build_indexed_digest(db);
         transaction->commit();
     } catch (...) {
         stop();
@@ -304,58 +363,13 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
 
     std::unordered_map<std::string, KnownFile> known;
     if (!summary.built) known = known_files(*db);
-    // Its statements must be gone before the connection closes (below, for a new index).
-    std::optional<IndexWriter> writer(std::in_place, *db);
-    std::vector<Job> jobs;
-    {
-        Transaction transaction(*db, true);
-        const std::int64_t started_ns = now_ns();
-        for (RepoFile& file : files) {
-            std::optional<KnownFile> was;
-            if (auto found = known.find(file.path); found != known.end()) {
-                was = found->second;
-                known.erase(found);
-            }
-            if (was && was->size == file.size && was->mtime_ns == file.mtime_ns &&
-                was->mtime_ns != -1) {
-                ++summary.unchanged;
-                continue;
-            }
-            const auto language = language_of(file.path);
-            if (!language || file.size > kMaxFileBytes) {
-                // Known by its path only: nothing in it is read.
-                FileRow row;
-                row.path = file.path;
-                row.language = language;
-                row.size = file.size;
-                row.mtime_ns = started_ns - file.mtime_ns < kRacyWindowNs ? -1 : file.mtime_ns;
-                row.state = language ? FileState::large : FileState::unsupported;
-                writer->put_file(row, nullptr);
-                continue;
-            }
-            jobs.push_back({std::move(file), language, was});
-        }
-        for (const auto& [path, gone] : known) {
-            writer->remove_file(gone.id);
-            ++summary.removed;
-        }
-        transaction.commit();
-    }
+    Plan plan = plan_changes(files, known, summary);
     files.clear();
     files.shrink_to_fit();
-
-    parse_and_write(location.root, jobs, *db, *writer, options, summary);
-    writer.reset();
     {
-        Transaction transaction(*db, true);
-        db->prepare(
-              "INSERT INTO meta(key, value) VALUES('refreshed_at', ?1) "
-              "ON CONFLICT(key) DO UPDATE SET value=excluded.value")
-            .bind(1, static_cast<std::int64_t>(platform::epoch_seconds() * 1000))
-            .run();
-        // Dropped by any change to which files are indexed (or never built yet).
-        if (!has_indexed_digest(*db)) build_indexed_digest(*db);
-        transaction.commit();
+        // Its statements must be gone before the connection closes (below, for a new index).
+        IndexWriter writer(*db);
+        parse_and_write(location.root, plan, *db, writer, options, summary);
     }
     count_contents(*db, summary);
     // The index is written in bursts: its WAL need not wait on disk for the next one.
@@ -372,6 +386,100 @@ IndexSummary update_index(const std::string& root_dir, const IndexOptions& optio
             throw IndexError(e.what());
         }
         temporary.path.clear();
+    }
+    summary.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    return summary;
+}
+
+IndexSummary index_contents(Database& db) {
+    IndexSummary summary;
+    Transaction read(db, false);
+    count_contents(db, summary);
+    return summary;
+}
+
+namespace {
+
+bool is_own(std::string_view path) {
+    return path.starts_with(kOwnDirectory) ||
+           path == kOwnDirectory.substr(0, kOwnDirectory.size() - 1);
+}
+
+// The paths to look at again, each standing for everything below it: a changed ignore file stands
+// for its directory, and a path below another one is covered by it.
+std::vector<std::string> changed_trees(RepositoryFilter& filter,
+                                       const std::vector<std::string>& paths) {
+    std::vector<std::string> trees;
+    for (const std::string& path : paths) {
+        if (is_own(path)) continue;
+        const std::size_t slash = path.rfind('/');
+        const std::string_view name = slash == std::string::npos
+                                          ? std::string_view(path)
+                                          : std::string_view(path).substr(slash + 1);
+        if (name == ".gitignore") {
+            const std::string directory = slash == std::string::npos ? "" : path.substr(0, slash);
+            filter.forget(directory);
+            trees.push_back(directory);
+        } else {
+            trees.push_back(path);
+        }
+    }
+    // Shallowest first, so that a tree's ancestors are kept before it is looked at.
+    std::sort(trees.begin(), trees.end(), [](const std::string& a, const std::string& b) {
+        return a.size() != b.size() ? a.size() < b.size() : a < b;
+    });
+    trees.erase(std::unique(trees.begin(), trees.end()), trees.end());
+    std::unordered_set<std::string> kept;
+    std::vector<std::string> out;
+    for (std::string& tree : trees) {
+        bool covered = kept.count("") > 0;
+        for (std::size_t slash = tree.find('/'); !covered && slash != std::string::npos;
+             slash = tree.find('/', slash + 1)) {
+            covered = kept.count(tree.substr(0, slash)) > 0;
+        }
+        if (covered) continue;
+        kept.insert(tree);
+        out.push_back(std::move(tree));
+    }
+    return out;
+}
+
+}  // namespace
+
+IndexSummary update_paths(Database& db, RepositoryFilter& filter,
+                          const std::vector<std::string>& paths, const IndexOptions& options) {
+    const auto started = Clock::now();
+    IndexSummary summary;
+    const std::vector<std::string> trees = changed_trees(filter, paths);
+    if (trees.empty()) return summary;
+
+    std::vector<RepoFile> files;
+    const auto found = [&](RepoFile&& file) {
+        if (!is_own(file.path)) files.push_back(std::move(file));
+    };
+    std::unordered_map<std::string, KnownFile> known;
+    if (trees.front().empty()) {
+        walk_repository(filter, found);
+        known = known_files(db);
+    } else {
+        for (const std::string& tree : trees) {
+            platform::PathKind kind = platform::PathKind::missing;
+            try {
+                kind = platform::path_kind(platform::join_path(filter.root(), tree));
+            } catch (const platform::OsError&) {
+            }
+            if (kind == platform::PathKind::directory) {
+                walk_directory(filter, tree, found);
+            } else if (auto file = filter.lookup(tree)) {
+                found(std::move(*file));
+            }
+            known_files_under(db, tree, known);
+        }
+    }
+    Plan plan = plan_changes(files, known, summary);
+    if (!plan.empty()) {
+        IndexWriter writer(db);
+        parse_and_write(filter.root(), plan, db, writer, options, summary);
     }
     summary.seconds = std::chrono::duration<double>(Clock::now() - started).count();
     return summary;

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "engines/index/classify.hpp"
+#include "engines/index/database.hpp"
+#include "engines/index/walk.hpp"
 
 namespace code_index {
 
@@ -44,5 +46,18 @@ struct IndexOptions {
 // so that the index, which the hooks' nudge takes as the sign of an indexed repository, never
 // appears half made. An index that is not ours is refused and left as it is. Throws IndexError.
 IndexSummary update_index(const std::string& root, const IndexOptions& options);
+
+// What the index holds: its files by state, its definitions and references (the members about a
+// run stay at zero).
+IndexSummary index_contents(Database& db);
+
+// Brings the open index `db` up to date with what changed at `paths` (relative to the filter's
+// root, as a watcher reports them): each names a file or a directory created, changed, removed or
+// renamed, and stands for everything below it ("" for the whole repository). A changed .gitignore
+// stands for its directory, which the filter decides afresh. Unchanged files are not read again
+// and nothing is written when nothing changed. The filter is the caller's, kept from call to
+// call. Throws IndexError.
+IndexSummary update_paths(Database& db, RepositoryFilter& filter,
+                          const std::vector<std::string>& paths, const IndexOptions& options);
 
 }  // namespace code_index

@@ -187,12 +187,60 @@ void RepositoryFilter::forget(std::string_view directory) {
     });
 }
 
+namespace {
+
+// Walks the directory `start` (at the relative `path`, "" for the root) and everything below it
+// that `levels` and the ignore files on the way leave in.
+void walk_from(RepositoryFilter::State& s, std::vector<Level> levels, std::string path,
+               std::unique_ptr<platform::Directory> start,
+               const std::function<void(RepoFile&&)>& visit, std::int64_t* unreadable);
+
+}  // namespace
+
 void walk_repository(RepositoryFilter& filter, const std::function<void(RepoFile&&)>& visit,
                      std::int64_t* unreadable) {
     RepositoryFilter::State& s = *filter.state_;
     s.directories.clear();
     s.base_read = false;
+    walk_from(s, s.base_levels(), "", std::make_unique<platform::Directory>(s.root), visit,
+              unreadable);
+}
+
+void walk_directory(RepositoryFilter& filter, std::string_view relative,
+                    const std::function<void(RepoFile&&)>& visit) {
+    if (relative.empty()) return walk_repository(filter, visit);
+    if (filter.excluded(relative, true)) return;
+    RepositoryFilter::State& s = *filter.state_;
+    // The lists in force inside it: those of every directory above it, which excluded() has read.
     std::vector<Level> levels = s.base_levels();
+    std::unique_ptr<platform::Directory> directory;
+    try {
+        directory = std::make_unique<platform::Directory>(s.root);
+        for (std::size_t start = 0;;) {
+            const std::size_t slash = relative.find('/', start);
+            const std::string above(relative.substr(0, start == 0 ? 0 : start - 1));
+            const RepositoryFilter::State::Node& node = s.node(above);
+            if (!node.rules.empty()) levels.push_back({&node.rules, above.size()});
+            const std::string_view name = relative.substr(
+                start, slash == std::string_view::npos ? relative.npos : slash - start);
+            // Entered one component at a time: a link on the way is never followed.
+            directory = std::make_unique<platform::Directory>(*directory, name);
+            if (slash == std::string_view::npos) break;
+            start = slash + 1;
+        }
+    } catch (const platform::OsError&) {
+        return;  // gone, replaced by a link or a file, or unreadable: nothing of it to visit
+    }
+    if (directory->contains(".git")) return;
+    walk_from(s, std::move(levels), std::string(relative), std::move(directory), visit, nullptr);
+}
+
+namespace {
+
+void walk_from(RepositoryFilter::State& s, std::vector<Level> levels, std::string path,
+               std::unique_ptr<platform::Directory> start,
+               const std::function<void(RepoFile&&)>& visit, std::int64_t* unreadable) {
+    // `path` is the relative path of the directory being listed, then of an entry.
     // The .gitignore lists of the directories on the way down, owned here: only the current
     // path's are kept.
     std::vector<std::unique_ptr<IgnoreList>> owned;
@@ -205,7 +253,6 @@ void walk_repository(RepositoryFilter& filter, const std::function<void(RepoFile
         bool has_rules = false;
     };
     std::vector<Frame> stack;
-    std::string path;  // the relative path of the directory being listed, then of an entry
     const auto count_unreadable = [&] {
         if (unreadable != nullptr) ++*unreadable;
     };
@@ -245,7 +292,7 @@ void walk_repository(RepositoryFilter& filter, const std::function<void(RepoFile
         stack.push_back(std::move(frame));
     };
 
-    list(std::make_unique<platform::Directory>(s.root));
+    list(std::move(start));
     while (!stack.empty()) {
         Frame& top = stack.back();
         if (top.next == top.subdirs.size()) {
@@ -271,5 +318,7 @@ void walk_repository(RepositoryFilter& filter, const std::function<void(RepoFile
         list(std::move(child));
     }
 }
+
+}  // namespace
 
 }  // namespace code_index

@@ -56,6 +56,8 @@ class RepositoryFilter {
   private:
     friend void walk_repository(RepositoryFilter&, const std::function<void(RepoFile&&)>&,
                                 std::int64_t*);
+    friend void walk_directory(RepositoryFilter&, std::string_view,
+                               const std::function<void(RepoFile&&)>&);
     std::unique_ptr<State> state_;
 };
 
@@ -66,5 +68,12 @@ class RepositoryFilter {
 // platform::OsError, since an empty list would read as a repository emptied.
 void walk_repository(RepositoryFilter& filter, const std::function<void(RepoFile&&)>& visit,
                      std::int64_t* unreadable = nullptr);
+
+// Calls `visit` for every file the walk would visit below the directory `relative` ("" is the
+// whole repository, as walk_repository): nothing when the directory is excluded, gone or not a
+// directory. The ignore files above it are those the filter has read; its own and those below it
+// are read afresh. What cannot be read is passed over.
+void walk_directory(RepositoryFilter& filter, std::string_view relative,
+                    const std::function<void(RepoFile&&)>& visit);
 
 }  // namespace code_index

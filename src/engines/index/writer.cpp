@@ -47,9 +47,9 @@ std::vector<std::int64_t> unpack_ids(std::string_view bytes) {
 
 }  // namespace
 
-std::unordered_map<std::string, KnownFile> known_files(Database& db) {
-    std::unordered_map<std::string, KnownFile> files;
-    Statement rows = db.prepare("SELECT id, path, size, mtime, hash, state, language FROM files");
+namespace {
+
+void read_known(Statement& rows, std::unordered_map<std::string, KnownFile>& files) {
     while (rows.step()) {
         KnownFile file{rows.integer(0),
                        rows.integer(2),
@@ -63,7 +63,27 @@ std::unordered_map<std::string, KnownFile> known_files(Database& db) {
         }
         files.emplace(std::string(rows.text(1)), file);
     }
+}
+
+constexpr const char* kKnownColumns =
+    "SELECT id, path, size, mtime, hash, state, language FROM files";
+
+}  // namespace
+
+std::unordered_map<std::string, KnownFile> known_files(Database& db) {
+    std::unordered_map<std::string, KnownFile> files;
+    Statement rows = db.prepare(kKnownColumns);
+    read_known(rows, files);
     return files;
+}
+
+void known_files_under(Database& db, const std::string& path,
+                       std::unordered_map<std::string, KnownFile>& into) {
+    // '0' follows '/': the range holds exactly the paths below the directory.
+    Statement rows =
+        db.prepare(std::string(kKnownColumns) + " WHERE path=?1 OR (path>?2 AND path<?3)");
+    rows.bind(1, path).bind(2, path + "/").bind(3, path + "0");
+    read_known(rows, into);
 }
 
 IndexWriter::IndexWriter(Database& db)

@@ -34,6 +34,9 @@ struct KnownFile {
 
 // Every file the index knows, by path.
 std::unordered_map<std::string, KnownFile> known_files(Database& db);
+// Adds those at `path` or below it, when it is a directory.
+void known_files_under(Database& db, const std::string& path,
+                       std::unordered_map<std::string, KnownFile>& into);
 
 // Writes files and their symbols into an index; the caller holds the transaction.
 class IndexWriter {

@@ -1,15 +1,14 @@
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 
 #include "engines/index/database.hpp"
 #include "engines/index/indexer.hpp"
+#include "engines/index/progress_bar.hpp"
 #include "engines/index/symbols.hpp"
 #include "host/commands/index_options.hpp"
 #include "host/commands/json_writer.hpp"
 #include "host/commands/report.hpp"
-#include "platform/io.hpp"
-#include "platform/terminal.hpp"
+#include "support/text.hpp"
 
 namespace host::commands {
 
@@ -26,71 +25,11 @@ constexpr const char* kNoIndex =
 
 using code_index::FileState;
 
-// "12,345": counts a person reads at a glance.
-std::string grouped(std::int64_t n) {
-    std::string digits = std::to_string(n < 0 ? -n : n);
-    for (int i = static_cast<int>(digits.size()) - 3; i > 0; i -= 3) {
-        digits.insert(static_cast<std::size_t>(i), ",");
-    }
-    return n < 0 ? "-" + digits : digits;
-}
+using support::grouped;
 
 std::string plural(std::int64_t n, const char* one, const char* many) {
     return grouped(n) + " " + (n == 1 ? one : many);
 }
-
-std::string clock_text(double seconds) {
-    const auto s = static_cast<long>(std::lround(std::max(seconds, 0.0)));
-    char text[32];
-    std::snprintf(text, sizeof text, "%ld:%02ld", s / 60, s % 60);
-    return text;
-}
-
-// Files done of the total, the rate and the time left, redrawn on one line of a terminal at most
-// ten times a second; wiped when the run ends.
-class ProgressBar {
-  public:
-    ProgressBar() : enabled_(platform::stderr_is_terminal()), started_(Clock::now()) {}
-    ~ProgressBar() { finish(); }
-
-    // Wipes the bar, so that what follows starts on a clean line.
-    void finish() {
-        if (drawn_) write("\r\033[K");
-        drawn_ = false;
-    }
-
-    void update(const code_index::IndexProgress& p) {
-        if (!enabled_ || p.total == 0) return;
-        const auto now = Clock::now();
-        if (drawn_ && now - last_ < std::chrono::milliseconds(100) && p.done < p.total) return;
-        last_ = now;
-        const double elapsed = std::chrono::duration<double>(now - started_).count();
-        const double rate = elapsed > 0.2 ? static_cast<double>(p.done) / elapsed : 0;
-        constexpr int kWidth = 24;
-        const int filled = static_cast<int>(kWidth * p.done / p.total);
-        std::string line = "\rindexing [" + std::string(static_cast<std::size_t>(filled), '#') +
-                           std::string(static_cast<std::size_t>(kWidth - filled), '.') + "] " +
-                           grouped(p.done) + "/" + grouped(p.total) + " files";
-        if (rate > 0) {
-            line += "  " + grouped(std::llround(rate)) + " files/s  " +
-                    clock_text(static_cast<double>(p.total - p.done) / rate) + " left";
-        }
-        write(line + "\033[K");
-        drawn_ = true;
-    }
-
-  private:
-    using Clock = std::chrono::steady_clock;
-    static void write(const std::string& text) {
-        try {
-            platform::write_stderr(text);
-        } catch (...) {
-        }
-    }
-    bool enabled_;
-    bool drawn_ = false;
-    Clock::time_point started_, last_;
-};
 
 constexpr FileState kSkipped[] = {FileState::large,     FileState::binary,    FileState::minified,
                                   FileState::generated, FileState::timed_out, FileState::failed,
@@ -158,7 +97,7 @@ int with_index(const char* command, Body&& body) {
 
 int cmd_index(const IndexCommandOptions& o) {
     return guarded(kIndex, [&] {
-        ProgressBar bar;
+        code_index::ProgressBar bar;
         code_index::IndexOptions options;
         options.rebuild = o.rebuild;
         options.progress = [&](const code_index::IndexProgress& p) { bar.update(p); };

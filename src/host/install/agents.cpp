@@ -40,12 +40,15 @@ constexpr std::array kWindsurfHooks{
     HookEntry{"pre_user_prompt", "", "inject-context --agent windsurf", true},
 };
 
+// Copilot reads the skills in Claude Code's folder too, in both scopes: one copy serves both.
+constexpr std::string_view kClaudeSkill = ".claude/skills/tamblo/SKILL.md";
+
 constexpr std::array kAgents{
     AgentSpec{"claude", "Claude Code", HookShape::claude, ".claude/settings.json",
-              ".claude/settings.json", ".mcp.json", ".claude.json", kClaudeHooks},
+              ".claude/settings.json", ".mcp.json", ".claude.json", kClaudeHooks, kClaudeSkill},
     AgentSpec{"copilot", "GitHub Copilot", HookShape::copilot, ".github/hooks/orvane-tamblo.json",
               ".copilot/hooks/orvane-tamblo.json", ".mcp.json", ".copilot/mcp-config.json",
-              kCopilotHooks},
+              kCopilotHooks, kClaudeSkill},
     AgentSpec{"cursor", "Cursor", HookShape::cursor, ".cursor/hooks.json", ".cursor/hooks.json",
               ".cursor/mcp.json", ".cursor/mcp.json", kCursorHooks},
     AgentSpec{"windsurf", "Windsurf", HookShape::windsurf, ".windsurf/hooks.json",

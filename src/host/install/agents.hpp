@@ -31,6 +31,9 @@ struct AgentSpec {
     std::string_view project_mcp;    // "" when the agent reads MCP servers only per user
     std::string_view user_mcp;
     std::span<const HookEntry> hooks;
+    // Where the agent reads our skill, relative to the repository or, with --scope user, to the
+    // home directory; "" for an agent whose documentation names no place for skills.
+    std::string_view skill = "";
 };
 
 std::span<const AgentSpec> agents();

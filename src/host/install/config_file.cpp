@@ -36,8 +36,24 @@ void for_each_repo_directory(const ConfigTarget& target, Visit visit) {
     }
 }
 
-// A repository could plant a link on the way to send our write anywhere the user may write.
-void check_repo_directories(const ConfigTarget& target) {
+std::optional<std::string> read_plain_file(const std::string& path) {
+    if (platform::path_kind(path) != platform::PathKind::regular) return std::nullopt;
+    return platform::read_regular_file(path);
+}
+
+bool is_scaffolding(const Json& doc) {
+    if (!doc.is_object()) return false;
+    for (const auto& [key, value] : doc.members()) {
+        if (key != "version") return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+void check_directories(const ConfigTarget& target) {
+    // A repository could plant a link on the way to send our write anywhere the user may write.
+    if (target.repo_root.empty()) return;
     for_each_repo_directory(target, [&](const std::string& path, const std::string& shown) {
         switch (platform::path_kind(path)) {
             case platform::PathKind::missing:
@@ -56,13 +72,20 @@ void check_repo_directories(const ConfigTarget& target) {
     });
 }
 
-std::optional<std::string> read_plain_file(const std::string& path) {
-    if (platform::path_kind(path) != platform::PathKind::regular) return std::nullopt;
-    return platform::read_regular_file(path);
+void make_directories(const ConfigTarget& target) {
+    if (target.repo_root.empty()) {
+        platform::create_directories(parent_of(target.path));
+        return;
+    }
+    for_each_repo_directory(target, [&](const std::string& path, const std::string& shown) {
+        platform::make_directory(path);
+        if (platform::path_kind(path) != platform::PathKind::directory) {
+            throw ConfigError(shown + " is not a directory");
+        }
+        return true;
+    });
 }
 
-// Takes away the folders between the file's root (the repository or the home directory) and the
-// file that are empty now, from the deepest up.
 void remove_emptied_directories(const ConfigTarget& target) {
     const std::string relative = target.repo_root.empty() ? target.shown.substr(2) : target.shown;
     const std::string base = target.path.substr(0, target.path.size() - relative.size());
@@ -72,21 +95,11 @@ void remove_emptied_directories(const ConfigTarget& target) {
     }
 }
 
-bool is_scaffolding(const Json& doc) {
-    if (!doc.is_object()) return false;
-    for (const auto& [key, value] : doc.members()) {
-        if (key != "version") return false;
-    }
-    return true;
-}
-
-}  // namespace
-
 LoadedConfig load_config(const ConfigTarget& target) {
     LoadedConfig loaded;
     loaded.target = target;
     try {
-        if (!target.repo_root.empty()) check_repo_directories(target);
+        check_directories(target);
         switch (platform::path_kind(target.path)) {
             case platform::PathKind::missing:
                 break;
@@ -134,7 +147,7 @@ LoadedConfig load_config(const ConfigTarget& target) {
 
 std::optional<Json> peek_config(const ConfigTarget& target) {
     try {
-        if (!target.repo_root.empty()) check_repo_directories(target);
+        check_directories(target);
         const auto bytes = read_plain_file(target.path);
         if (!bytes) return std::nullopt;
         return support::parse_json(*bytes);
@@ -186,17 +199,7 @@ void apply_change(const LoadedConfig& loaded, const Change& change) {
         case Action::restore:
             break;
     }
-    if (target.repo_root.empty()) {
-        platform::create_directories(parent_of(target.path));
-    } else {
-        for_each_repo_directory(target, [&](const std::string& path, const std::string& shown) {
-            platform::make_directory(path);
-            if (platform::path_kind(path) != platform::PathKind::directory) {
-                throw ConfigError(shown + " is not a directory");
-            }
-            return true;
-        });
-    }
+    make_directories(target);
     if (change.action == Action::restore) {
         // The user's own bytes are back, so the backup has nothing left to keep.
         platform::replace_file_synced(target.path, change.content);

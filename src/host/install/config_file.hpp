@@ -27,6 +27,19 @@ struct LoadedConfig {
     bool backup_read_only = false;  // so is <file>.bak
 };
 
+// Throws ConfigError ("<dir> is a symbolic link, which orvane-tamblo does not follow in a
+// repository, so <file> was left as it is") when a directory between the repository's root and
+// the file is a link or no directory. Nothing is checked for a file outside the repository.
+void check_directories(const ConfigTarget& target);
+
+// Makes the missing directories on the way to the file, never through a link in the repository.
+// Throws.
+void make_directories(const ConfigTarget& target);
+
+// Takes away the folders between the file's root (the repository or the home directory) and the
+// file that are empty now, from the deepest up.
+void remove_emptied_directories(const ConfigTarget& target);
+
 // Reads and parses the file. Throws ConfigError with one line for people ("<file> is not valid
 // JSON (...); it was left as it is") when it cannot be used.
 LoadedConfig load_config(const ConfigTarget& target);

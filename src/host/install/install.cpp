@@ -6,7 +6,9 @@
 
 #include "host/install/agents.hpp"
 #include "host/install/config_file.hpp"
+#include "host/install/first_index.hpp"
 #include "host/install/hook_config.hpp"
+#include "host/install/skill_file.hpp"
 #include "platform/env.hpp"
 #include "platform/file_info.hpp"
 #include "platform/file_lock.hpp"
@@ -52,6 +54,10 @@ ConfigTarget hooks_file(const Places& places, const AgentSpec& agent) {
 ConfigTarget mcp_file(const Places& places, const AgentSpec& agent) {
     if (places.user_scope || agent.project_mcp.empty()) return home_file(places, agent.user_mcp);
     return repo_file(places, agent.project_mcp);
+}
+
+ConfigTarget skill_file(const Places& places, const AgentSpec& agent) {
+    return places.user_scope ? home_file(places, agent.skill) : repo_file(places, agent.skill);
 }
 
 // The hook files of `agent` that hold orvane-tamblo's hooks, in either scope.
@@ -226,15 +232,77 @@ Step mcp_step(const InstallOptions& options, const AgentSpec& agent, const Place
     return {std::move(loaded), std::move(change), what};
 }
 
-// Builds every step before anything is written, so that one file we cannot use changes nothing.
-std::vector<Step> plan(const InstallOptions& options, const AgentSpec& agent, const Places& places,
-                       std::vector<std::string>& notes) {
+// The skill, for an agent that reads skills. Another agent may read the same copy (Copilot reads
+// Claude Code's folder): uninstalling keeps it while that agent's hooks of the same scope run.
+std::optional<SkillChange> skill_step(const InstallOptions& options, const AgentSpec& agent,
+                                      const Places& places, std::vector<std::string>& notes) {
+    if (agent.skill.empty()) return std::nullopt;
+    const ConfigTarget target = skill_file(places, agent);
+    if (options.uninstall) {
+        for (const AgentSpec& other : agents()) {
+            if (other.name == agent.name || other.skill.empty()) continue;
+            if (skill_file(places, other).path != target.path) continue;
+            const auto theirs = peek_config(hooks_file(places, other));
+            if (!theirs || !runs_our_hooks(*theirs)) continue;
+            check_directories(target);
+            if (platform::path_kind(target.path) != platform::PathKind::missing) {
+                notes.push_back(target.shown + " keeps the tamblo skill: " +
+                                std::string(other.title) + "'s installation uses it too");
+            }
+            return std::nullopt;
+        }
+    }
+    SkillChange change = plan_skill(target, options.uninstall);
+    if (!change.left_alone.empty()) {
+        notes.push_back(target.shown + " " + change.left_alone +
+                        ", so it was left as it is: that skill is yours" +
+                        (options.uninstall ? ""
+                                           : "; to have orvane-tamblo's there, move it away "
+                                             "and install again"));
+        return std::nullopt;
+    }
+    return change;
+}
+
+struct Plan {
     std::vector<Step> steps;
+    std::optional<SkillChange> skill;
+};
+
+// Builds every step before anything is written, so that one file we cannot use changes nothing.
+Plan plan(const InstallOptions& options, const AgentSpec& agent, const Places& places,
+          std::vector<std::string>& notes) {
+    Plan plan;
     const bool with_hooks = hooks_wanted(options, agent, places, notes);
     const std::string program = options.uninstall ? std::string() : program_to_run();
-    if (with_hooks) steps.push_back(hooks_step(options, agent, places, program));
-    steps.push_back(mcp_step(options, agent, places, program, notes));
-    return steps;
+    if (with_hooks) plan.steps.push_back(hooks_step(options, agent, places, program));
+    plan.steps.push_back(mcp_step(options, agent, places, program, notes));
+    plan.skill = skill_step(options, agent, places, notes);
+    return plan;
+}
+
+std::string skill_report_line(const SkillChange& change) {
+    const std::string& shown = change.target.shown;
+    switch (change.action) {
+        case Action::write:
+            return shown + ": the tamblo skill " + (change.replacing ? "updated" : "installed");
+        case Action::remove:
+            return shown + ": the tamblo skill removed";
+        default:
+            return shown + ": already as wanted, not changed";
+    }
+}
+
+std::string skill_dry_run_text(const SkillChange& change) {
+    const std::string& shown = change.target.shown;
+    switch (change.action) {
+        case Action::write:
+            return "would write " + shown + " (the tamblo skill)\n";
+        case Action::remove:
+            return "would remove " + shown + " (the tamblo skill)\n";
+        default:
+            return shown + ": already as wanted, nothing to change\n";
+    }
 }
 
 // Installs take turns, whatever their repository and scope: the check that no hook runs twice
@@ -274,23 +342,39 @@ int cmd_install_hooks(const InstallOptions& options) {
         std::optional<platform::FileLock> lock;
         if (!options.dry_run) take_turns(lock);
         std::vector<std::string> notes;
-        std::vector<Step> steps = plan(options, *agent, places, notes);
+        const Plan planned = plan(options, *agent, places, notes);
+        const bool index_wanted = !options.uninstall && !options.no_index && !places.user_scope;
 
         std::string out;
         if (options.dry_run) {
-            for (const Step& step : steps) out += dry_run_text(step);
+            for (const Step& step : planned.steps) out += dry_run_text(step);
+            if (planned.skill) out += skill_dry_run_text(*planned.skill);
+            if (index_wanted) out += first_index_dry_run_text();
         } else {
             out = std::string(agent->title) + (options.uninstall ? ", uninstalled" : "") + " (" +
                   options.scope + " scope):\n";
-            for (const Step& step : steps) {
+            for (const Step& step : planned.steps) {
                 apply_change(step.loaded, step.change);
                 out += "  " + report_line(step) + "\n";
+            }
+            if (planned.skill) {
+                apply_skill(*planned.skill);
+                out += "  " + skill_report_line(*planned.skill) + "\n";
+            }
+            if (!index_wanted) {
+                out += index_left_alone_line(places.repo, places.user_scope, options.uninstall);
             }
         }
         for (const std::string& note : notes) {
             platform::write_stderr(std::string(kPrefix) + "note: " + note + "\n");
         }
         platform::write_stdout(out);
+        if (index_wanted && !options.dry_run) {
+            // Everything is installed: the index can take minutes, and other installs need not
+            // wait for it.
+            lock.reset();
+            platform::write_stdout(build_first_index(places.repo));
+        }
         return 0;
     } catch (const std::exception& e) {
         try {

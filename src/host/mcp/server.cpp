@@ -30,7 +30,12 @@ constexpr const char* kInstructions =
     "understand(action=\"store\", scope=\"file\", target=\"path\", purpose=\"...\", "
     "key_points=[...], gotchas=[...]) keeps it for later sessions. understand(action=\"recall\", "
     "query=\"words\") searches the cache. remember(action=\"store\", key=\"...\", "
-    "value=\"...\") keeps a decision or project fact; remember(action=\"list\") shows them.";
+    "value=\"...\") keeps a decision or project fact; remember(action=\"list\") shows them. "
+    "The code index, kept current while this server runs: search(action=\"symbols\", "
+    "query=\"name\") finds definitions, symbol(action=\"callers\"|\"references\"|"
+    "\"definition\", name=\"name\") who calls or uses a name, and explore(query=\"name or "
+    "question\") does all of it at once, with the cache; prefer them to a text search for code "
+    "symbols.";
 
 bool is_valid_id(const Json& id) {
     return id.is_string() || (id.is_number() && id.is_integer());
@@ -151,6 +156,7 @@ Json Server::initialize(const Json& params) {
 
 int run_mcp_server() {
     Server server;
+    server.keep_index();
     std::string pending;
     bool skipping = false;  // inside a line that was too long, until its end
     char chunk[65536];

@@ -16,6 +16,9 @@ class Server {
     // included), or nullopt for a notification, a response, or a blank line.
     std::optional<std::string> handle_line(std::string_view line);
 
+    // Keeps the code index current while the server lives.
+    void keep_index() { tools_.keep_index(); }
+
     // The directory whose store the tools serve.
     const std::string& root() const { return root_; }
 

@@ -403,13 +403,19 @@ Json Tools::remember(const Json& arguments) {
 }
 
 Json tool_list() {
-    return support::parse_json(kToolList);
+    Json tools = support::parse_json(kToolList);
+    for (Json& tool : code_tool_list()) tools.push_back(std::move(tool));
+    return tools;
 }
 
 Json Tools::call(std::string_view name, const Json& arguments) {
     try {
         if (name == "understand") return understand(arguments);
         if (name == "remember") return remember(arguments);
+        if (auto answer =
+                code_.call(name, arguments, [this]() -> ::store::Store& { return store(false); })) {
+            return *answer;
+        }
     } catch (const ::store::StoreError& e) {
         store_.reset();  // whatever went wrong, the next call starts afresh
         return text_result(std::string("The store failed: ") + e.what(), true);

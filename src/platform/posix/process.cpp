@@ -353,4 +353,8 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
     }
 }
 
+std::int64_t current_process_id() {
+    return ::getpid();
+}
+
 }  // namespace platform

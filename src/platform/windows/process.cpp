@@ -335,4 +335,8 @@ ProcessResult run_process(const std::vector<std::string>& argv, std::chrono::mil
     return result;
 }
 
+std::int64_t current_process_id() {
+    return static_cast<std::int64_t>(GetCurrentProcessId());
+}
+
 }  // namespace platform

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+// What both watchers share: walking a part of the tree they watch, and naming what they report.
+namespace platform::tree_walk {
+
+using Wanted = std::function<bool(std::string_view)>;
+
+// `name` inside the relative directory `parent` ("" is the root).
+std::string child_path(std::string_view parent, std::string_view name);
+
+// 1,234,567
+std::string with_commas(std::size_t number);
+
+// Walks the directory `relative` of `root` and the wanted directories below it, opening each
+// component without following a link. `enter(relative)` is called for each directory before it
+// is listed (false leaves it and what lies below alone), `found(relative)` for every entry listed.
+// What cannot be opened or listed (gone meanwhile, unreadable) is passed over; what `enter`
+// throws goes through.
+void walk(const std::string& root, const std::string& relative, const Wanted& wanted,
+          const std::function<bool(const std::string&)>& enter,
+          const std::function<void(std::string&&)>& found);
+
+}  // namespace platform::tree_walk
