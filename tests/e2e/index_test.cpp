@@ -269,7 +269,76 @@ TEST_F(Index, BrokenSourcesAreIndexedAndForeignIndexesRefused) {
             expect_error(host(args), f.error, 1);
             EXPECT_EQ(read_file(index_db()), f.content);
         }
+        // The AI cache answers without it, and says why in the host log.
+        expect_clean(host({"query", "understand", "--action=recall", "--target=src/py/broken.py"}),
+                     "{\"found\": false}\n");
     }
+    EXPECT_NE(host_log().find("WARNING orvane_tamblo.index: orvane-tamblo query understand: "
+                              "answering without the code index: memory/codebase-index/index.db: "
+                              "an empty database; run `orvane-tamblo index --rebuild`"),
+              std::string::npos)
+        << host_log();
+}
+
+// A file nobody has described gets the index's outline as its cache entry; the per-file hooks
+// speak only for what a model wrote, and the stats list the outlines after the model's entries.
+TEST_F(Index, UndescribedFilesHaveTheIndexsOutline) {
+    index_json();
+    const std::string py = repo_ / "src/py/shapes.py";
+    const std::string shapes =
+        "{\"found\": true, \"fresh\": true, \"understanding\": {\"target\": "
+        "\"src/py/shapes.py\", \"scope\": \"file\", \"importance\": \"low\", "
+        "\"auto_generated\": true, \"language\": \"python\", \"lines\": 7, \"definitions\": "
+        "[{\"name\": \"Shape\", \"kind\": \"class\", \"line\": 1, \"end_line\": 3}, "
+        "{\"name\": \"scale\", \"kind\": \"function\", \"line\": 6, \"end_line\": 7}], "
+        "\"more_definitions\": 0}}\n";
+    for (const std::string target : {"src/py/shapes.py", "./src//py/shapes.py"}) {
+        expect_clean(host({"query", "understand", "--action=recall", "--target=" + target}),
+                     shapes);
+    }
+    for (const std::string hook : {"check-cache", "refresh-cache", "remind-store"}) {
+        SCOPED_TRACE(hook);
+        expect_clean(run({"hooks", hook},
+                         {.stdin_data = input_with_path("claude", py), .real_host = true}),
+                     "");
+    }
+    for (const std::string target :
+         {"--target=src/py/missing.py", "--target=src/../src/py/shapes.py"}) {
+        expect_clean(host({"query", "understand", "--action=recall", target}),
+                     "{\"found\": false}\n");
+    }
+    expect_clean(host({"query", "understand", "--action=recall", "--target=src/py/shapes.py",
+                       "--scope=module"}),
+                 "{\"found\": false}\n");
+
+    // Described: the model's entry wins, and the file is counted once.
+    host({"query", "understand", "--action=store", "--target=src/js/cart.js", "--purpose=Cart"});
+    const std::string head = "{\"total\": 9, \"by_scope\": {";
+    const std::string cart = R"({"target": "src/js/cart.js", "importance": "medium", "fresh": true})";
+    const auto thin = [](const std::string& path) {
+        return R"(, {"target": ")" + path +
+               R"(", "importance": "low", "fresh": true, "auto_generated": true})";
+    };
+    expect_clean(host({"query", "understand", "--action=stats", "--limit=3", "--include-fresh"}),
+                 head + R"("file": {"entries": [)" + cart + thin("src/c/list.c") +
+                     thin("src/cpp/geometry.cpp") + "]}}}\n");
+    expect_clean(host({"query", "understand", "--action=stats"}), head + "}}\n");
+    put(".orvane-tamblo/brief.md", "Brief.");
+    std::string listed = "- [medium] src/js/cart.js (file)";
+    for (const char* path : {"src/c/list.c", "src/cpp/geometry.cpp", "src/go/server.go",
+                             "src/java/App.java", "src/py/shapes.py", "src/rs/lib.rs",
+                             "src/ts/user.ts", "src/ts/view.tsx"}) {
+        listed += std::string("\n- [low] ") + path + " (file)";
+    }
+    expect_clean(run({"hooks", "session-start", "--agent", "windsurf"},
+                     {.stdin_data = "{}", .real_host = true}),
+                 "Brief.\n\n## AI Cache Status\n\n**9 entries cached.** Use "
+                 "`understand(action=\"recall\", target=\"...\")` before reading files.\n\n"
+                 "### Cached Entries:\n" +
+                     listed +
+                     "\n\n### Quick Start:\n- `understand(action=\"recall\")` for semantic "
+                     "search across cache\n- `explore(query=\"...\")` for multi-strategy code "
+                     "exploration\n- `remember(action='list')` to see stored project memories\n");
 }
 
 // serve's lines on the index, between the store's and the hooks': what it holds, when it was last

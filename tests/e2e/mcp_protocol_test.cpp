@@ -1,6 +1,10 @@
 // The MCP server's JSON-RPC side: initialize settles on a protocol version, every malformed or
 // unanswerable message gets its standard error, notifications get nothing, and the server goes on
-// answering after each. Then the code index's tools, kept current while the server runs.
+// answering after each. Then every AI cache call the hooks show, as written, and the code index's
+// tools, kept current while the server runs.
+#include <map>
+#include <regex>
+#include <set>
 #include <thread>
 
 #include "harness.hpp"
@@ -81,9 +85,6 @@ TEST_F(McpProtocol, EveryMessageGetsItsAnswerAndTheServerGoesOn) {
          invalid(R"(\"key_points\" must be a list of strings)")},
         {understand(R"({"action": "recall", "target": 5})"),
          invalid(R"(\"target\" must be a string)")},
-        {understand(R"({"action": "recall"})"),
-         invalid(R"(action \"recall\" needs a \"target\" (a file path) or a \"query\" (words to )"
-                 R"(search for))")},
         {understand(R"({"action": "list", "targte": "a.py"})"),
          invalid(R"(unknown argument \"targte\")")},
         {call + R"({"name": "remember", "arguments": {"action": "store", "key": "k"}}})",
@@ -136,6 +137,161 @@ TEST_F(McpProtocol, EveryMessageGetsItsAnswerAndTheServerGoesOn) {
     }
     EXPECT_FALSE(std::getline(lines, line)) << "unexpected: " << line;
     EXPECT_FALSE(fs::exists(repo_ / "memory")) << "no call reached the store";
+}
+
+// The understand and remember calls the hooks' texts show, as a model would send them: quoted
+// values as strings, [...] as a list of one placeholder, a bare ... (for "and the rest") left out.
+std::string call_arguments(const std::string& call) {
+    std::string json;
+    std::size_t i = call.find('(') + 1;
+    while (i < call.size() && call[i] != ')') {
+        const std::size_t equals = call.find('=', i);
+        const std::size_t end = call.find_first_of(",)", i);
+        if (equals < end) {
+            json += (json.empty() ? "\"" : ", \"") + call.substr(i, equals - i) + "\": ";
+            const char open = call[equals + 1];
+            const std::size_t close = open == '[' ? call.find(']', equals) : call.find(open, equals + 2);
+            const std::string value = call.substr(equals + 2, close - equals - 2);
+            json += open == '[' ? "[\"" + value + "\"]" : "\"" + value + "\"";
+            i = close + 1;
+        } else {
+            i = end;  // a bare ...
+        }
+        while (i < call.size() && (call[i] == ',' || call[i] == ' ')) ++i;
+    }
+    return "{\"name\": \"" + call.substr(0, call.find('(')) + "\", \"arguments\": {" + json + "}}";
+}
+
+TEST_F(McpProtocol, EveryCallTheHooksShowWorksAsWritten) {
+    fs::create_directories(repo_ / "src");
+    write_file(repo_ / "src/app.py", "def main():\n    serve()\n");
+    write_file(repo_ / "src/util.py", "def serve():\n    pass\n");
+    const auto hook = [&](const std::string& name, const std::string& input) {
+        return run({"hooks", name, "--agent", "windsurf"},
+                   {.stdin_data = input, .real_host = true}).out;
+    };
+    const auto file = [&](const std::string& path) {
+        return input_with_path("windsurf", (repo_ / path).string());
+    };
+    std::string texts = hook("session-start", "{}");  // nothing cached yet
+    run({"index"}, {.real_host = true});
+    run({"query", "understand", "--action=store", "--target=src/app.py", "--purpose=Serves the app"},
+        {.real_host = true});
+    for (const auto& [name, input] :
+         std::vector<std::pair<std::string, std::string>>{{"session-start", "{}"},
+                                                          {"check-cache", file("src/app.py")},
+                                                          {"refresh-cache", file("src/app.py")},
+                                                          {"remind-store", file("src/new.py")},
+                                                          {"persist-learnings", "{}"},
+                                                          {"save-compact", "{}"},
+                                                          {"inject-context", "{}"}}) {
+        const std::string text = hook(name, input);
+        EXPECT_NE(text, "") << name;
+        texts += text;
+    }
+    write_file(repo_ / "src/app.py", "def main():\n    serve(1)\n");
+    texts += hook("check-cache", file("src/app.py"));  // stale
+
+    std::set<std::string> shown;
+    const std::regex call(R"((understand|remember)\([^()]*\))");
+    for (auto it = std::sregex_iterator(texts.begin(), texts.end(), call);
+         it != std::sregex_iterator(); ++it) {
+        shown.insert(it->str());
+    }
+    // Each call as the hooks show it, and the first line of its answer: placeholders are never
+    // stored, and a recall with nothing to look for lists what is cached.
+    const std::string cached = "The 1 most useful of 1 cached understanding (the most important "
+                               "of those stored last), best first:";
+    const std::string how_to_store =
+        "Nothing stored. understand(action=\"store\") caches what you learned about a file once "
+        "you have read it, for later sessions: its path from the repository root and what you "
+        "found, as in understand(action=\"store\", scope=\"file\", target=\"src/app.py\", "
+        "purpose=\"what the file is for\", key_points=[\"what a reader needs to know\"], "
+        "gotchas=[\"traps, surprises, invariants\"]). importance is \"high\", \"medium\" (the "
+        "default) or \"low\".";
+    const auto nothing_learned = [](const std::string& path) {
+        return "Nothing stored for " + path +
+               ": purpose, key_points and gotchas are missing or placeholders. Say what you "
+               "learned about it, as in understand(action=\"store\", scope=\"file\", "
+               "target=\"src/app.py\", purpose=\"what the file is for\", key_points=[\"what a "
+               "reader needs to know\"], gotchas=[\"traps, surprises, invariants\"]).";
+    };
+    const std::string no_memories =
+        "No memories yet. remember(action=\"store\", key=\"decision/storage\", value=\"SQLite in "
+        "the repository, one file\") keeps one.";
+    const std::map<std::string, std::string> expected = {
+        {"remember(action='list')", no_memories},
+        {"remember(action='recall', key='...')",
+         "key \"...\" is a placeholder: give one of the keys below."},
+        {"remember(action='store', key='...', value='...')",
+         "Nothing remembered. remember(action=\"store\") keeps a decision or a fact about this "
+         "project for later sessions, under a short key: remember(action=\"store\", "
+         "key=\"decision/storage\", value=\"SQLite in the repository, one file\")."},
+        {"understand(action=\"recall\")", cached},
+        {"understand(action=\"recall\", target=\"...\")",
+         "target \"...\" is a placeholder: give a file's path as target, or words to search for "
+         "as query. Meanwhile, what is cached:"},
+        {"understand(action=\"recall\", target=\"src/app.py\")",
+         "src/app.py (file, importance medium): STALE, the file changed since this was stored. "
+         "Read it, then store a new understanding."},
+        {"understand(action=\"store\", scope=\"file\", target=\"src/app.py\", purpose=\"...\", "
+         "key_points=[...], gotchas=[...])",
+         nothing_learned("src/app.py")},
+        {"understand(action=\"store\", target=\"src/app.py\", ...)", nothing_learned("src/app.py")},
+        {"understand(action='list')",
+         "1 cached understanding, the most recently stored first:"},
+        {"understand(action='recall')", cached},
+        {"understand(action='recall', query='...')",
+         "query \"...\" is a placeholder: give a file's path as target, or words to search for as "
+         "query. Meanwhile, what is cached:"},
+        {"understand(action='recall', target='path/to/file')",
+         "Nothing is cached for path/to/file. After reading it, cache what you learn: "
+         "understand(action=\"store\", scope=\"file\", target=\"path/to/file\", purpose=\"...\", "
+         "key_points=[...], gotchas=[...])."},
+        {"understand(action='store')", how_to_store},
+        {"understand(action='store', scope='file', target='...', purpose='...', key_points=[...], "
+         "gotchas=[...])",
+         how_to_store},
+        {"understand(action='store', scope='file', target='src/new.py', purpose='...', "
+         "key_points=[...], gotchas=[...])",
+         nothing_learned("src/new.py")},
+        // Not in the texts: what check-cache stays silent for, a file only the index describes.
+        {"understand(action=\"recall\", target=\"src/util.py\")",
+         "src/util.py: nothing cached yet; this is the indexer's outline of it (python, 2 lines), "
+         "as the file is now.\nTop-level definitions:\n- function serve, lines 1-2\nRead only the "
+         "part you need. After reading, cache what you learn: understand(action=\"store\", "
+         "scope=\"file\", target=\"src/util.py\", purpose=\"...\", key_points=[...], "
+         "gotchas=[...])."},
+    };
+    std::vector<std::string> calls(shown.begin(), shown.end()), listed;
+    calls.push_back("understand(action=\"recall\", target=\"src/util.py\")");
+    for (const auto& [c, answer] : expected) listed.push_back(c);
+    std::sort(calls.begin(), calls.end());
+    EXPECT_EQ(calls, listed);
+
+    RunOptions options;
+    int id = 0;
+    for (const std::string& c : calls) {
+        options.stdin_data += R"({"jsonrpc": "2.0", "id": )" + std::to_string(++id) +
+                              R"(, "method": "tools/call", "params": )" + call_arguments(c) + "}\n";
+    }
+    const HookRun r = run({"mcp"}, options);
+    std::istringstream lines(r.out);
+    std::string line;
+    for (const std::string& c : calls) {
+        ASSERT_TRUE(std::getline(lines, line)) << c;
+        const support::Json reply = support::parse_json(line);
+        const support::Json* result = reply.find("result");
+        ASSERT_NE(result, nullptr) << c << "\n" << line;
+        const std::string text = result->find("content")->elements().at(0).find("text")->as_string();
+        const auto e = expected.find(c);
+        if (e == expected.end()) continue;
+        // The outline is a whole answer; the others are checked by their first line.
+        EXPECT_EQ(e->second.find('\n') == std::string::npos ? text.substr(0, text.find('\n')) : text,
+                  e->second)
+            << c;
+    }
+    EXPECT_EQ(r.err, "");
 }
 
 class McpTools : public HookTest {

@@ -13,6 +13,7 @@
 
 #include "engines/index/database.hpp"
 #include "engines/index/extract.hpp"
+#include "engines/index/outline.hpp"
 #include "engines/index/schema.hpp"
 #include "engines/index/walk.hpp"
 #include "engines/index/writer.hpp"
@@ -282,6 +283,8 @@ void parse_and_write(const std::string& root, Plan& plan, Database& db, IndexWri
               "ON CONFLICT(key) DO UPDATE SET value=excluded.value")
             .bind(1, static_cast<std::int64_t>(platform::epoch_seconds() * 1000))
             .run();
+        // Dropped by any change to which files are indexed (or never built yet).
+        if (!has_indexed_digest(db)) build_indexed_digest(db);
         transaction->commit();
     } catch (...) {
         stop();

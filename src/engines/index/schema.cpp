@@ -46,7 +46,8 @@ constexpr std::array kObjects = {
            "CREATE TABLE refs(name_id INTEGER NOT NULL, file_id INTEGER NOT NULL, "
            "line INTEGER NOT NULL, col INTEGER NOT NULL, kind INTEGER NOT NULL, in_def INTEGER, "
            "PRIMARY KEY(name_id, file_id, line, col)) WITHOUT ROWID"},
-    // refreshed_at (ms), and what the MCP server that keeps the index current says of itself.
+    // refreshed_at (ms), indexed_digest (see outline.hpp), and what the MCP server that keeps the
+    // index current says of itself.
     Object{"meta", "CREATE TABLE meta(key TEXT PRIMARY KEY, value NOT NULL)"},
 };
 

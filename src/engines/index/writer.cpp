@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "engines/index/kinds.hpp"
+#include "engines/index/outline.hpp"
 #include "engines/index/words.hpp"
 
 namespace code_index {
@@ -92,7 +93,7 @@ IndexWriter::IndexWriter(Database& db)
                      "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8) RETURNING id")),
       update_stat_(db.prepare("UPDATE files SET size=?2, mtime=?3 WHERE id=?1")),
       select_file_(db.prepare("SELECT id FROM files WHERE path=?1")),
-      delete_file_(db.prepare("DELETE FROM files WHERE id=?1")),
+      delete_file_(db.prepare("DELETE FROM files WHERE id=?1 RETURNING state")),
       select_name_(db.prepare("SELECT id FROM names WHERE name=?1")),
       insert_name_(db.prepare("INSERT INTO names(name) VALUES(?1) RETURNING id")),
       insert_word_(db.prepare("INSERT OR IGNORE INTO name_words(word, name_id) VALUES(?1, ?2)")),
@@ -105,6 +106,12 @@ IndexWriter::IndexWriter(Database& db)
       select_names_(db.prepare("SELECT names FROM files WHERE id=?1")),
       delete_defs_(db.prepare("DELETE FROM defs WHERE file_id=?1")),
       delete_refs_(db.prepare("DELETE FROM refs WHERE name_id=?1 AND file_id=?2")) {}
+
+void IndexWriter::indexed_files_changed() {
+    if (digest_dropped_) return;
+    drop_indexed_digest(db_);
+    digest_dropped_ = true;
+}
 
 std::int64_t IndexWriter::name_id(const std::string& name) {
     if (const auto found = names_.find(name); found != names_.end()) return found->second;
@@ -140,18 +147,30 @@ void IndexWriter::remove_symbols(std::int64_t file_id) {
     delete_defs_.reset();
 }
 
-void IndexWriter::remove_file(std::int64_t id) {
+bool IndexWriter::erase_file(std::int64_t id) {
     remove_symbols(id);
-    delete_file_.bind(1, id).run();
+    delete_file_.bind(1, id);
+    // The row is gone at the first step, which returns its state.
+    const bool indexed =
+        delete_file_.step() && delete_file_.integer(0) == static_cast<int>(FileState::indexed);
     delete_file_.reset();
+    return indexed;
 }
 
-void IndexWriter::remove_file(const std::string& path) {
+bool IndexWriter::erase_file(const std::string& path) {
     select_file_.bind(1, path);
     const std::optional<std::int64_t> id =
         select_file_.step() ? std::optional(select_file_.integer(0)) : std::nullopt;
     select_file_.reset();
-    if (id) remove_file(*id);
+    return id && erase_file(*id);
+}
+
+void IndexWriter::remove_file(std::int64_t id) {
+    if (erase_file(id)) indexed_files_changed();
+}
+
+void IndexWriter::remove_file(const std::string& path) {
+    if (erase_file(path)) indexed_files_changed();
 }
 
 void IndexWriter::touch_file(std::int64_t id, std::int64_t size, std::int64_t mtime_ns) {
@@ -160,7 +179,7 @@ void IndexWriter::touch_file(std::int64_t id, std::int64_t size, std::int64_t mt
 }
 
 void IndexWriter::put_file(const FileRow& row, const Extraction* extraction) {
-    remove_file(row.path);
+    if (erase_file(row.path) != (row.state == FileState::indexed)) indexed_files_changed();
     std::vector<std::int64_t> ref_names;
     if (extraction != nullptr) {
         ref_names.reserve(extraction->references.size());

@@ -54,8 +54,14 @@ class IndexWriter {
   private:
     std::int64_t name_id(const std::string& name);
     void remove_symbols(std::int64_t file_id);
+    // Removes the file; returns whether it was an indexed one.
+    bool erase_file(std::int64_t id);
+    bool erase_file(const std::string& path);
+    // Which files are indexed changed: the digest of their paths no longer holds.
+    void indexed_files_changed();
 
     Database& db_;
+    bool digest_dropped_ = false;
     Statement insert_file_, update_stat_, select_file_, delete_file_;
     Statement select_name_, insert_name_, insert_word_;
     Statement insert_def_, insert_ref_, select_names_, delete_defs_, delete_refs_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -129,8 +130,15 @@ class Store {
     // one, and with this store's own stores in their transaction.
     std::vector<RecalledUnderstanding> search_understandings(std::string_view query,
                                                              std::size_t limit);
-    // At most `limit` entries; only stale ones unless `include_fresh`. Checks every file.
-    UnderstandingStats understanding_stats(std::size_t limit, bool include_fresh);
+    // At most `limit` entries; only stale ones unless `include_fresh`. Checks every file, and
+    // hands every entry's target to `each_target` (on the calling thread) as it goes.
+    UnderstandingStats understanding_stats(
+        std::size_t limit, bool include_fresh,
+        const std::function<void(std::string_view target)>& each_target = {});
+    // The `limit` most important of the entries stored last (a few times `limit` of them), the
+    // more recent first among equals: what is worth knowing first, at a cost that does not grow
+    // with the store.
+    std::vector<RecalledUnderstanding> notable_understandings(std::size_t limit);
     // `limit` entries from the `offset`th, the most recently stored first; only the page's files
     // are checked.
     UnderstandingPage understanding_page(std::size_t offset, std::size_t limit);

@@ -49,13 +49,15 @@ struct Batch {
 };
 
 // Fills `batch` with the next rows; false once the rows are all read.
-bool read_batch(Statement& rows, Batch& batch) {
+bool read_batch(Statement& rows, Batch& batch,
+                const std::function<void(std::string_view)>& each_target) {
     constexpr std::size_t kBatch = 512;
     std::vector<std::size_t> lengths;
     bool more = true;
     while (batch.entries.size() < kBatch && (more = rows.step())) {
         const Listing listing = listing_of(rows, 1);
         batch.entries.push_back({true, listing.rank, listing.stored_at_ms, rows.integer(0)});
+        if (each_target) each_target(listing.target);
         if (listing.file) {
             batch.checks.push_back({{}, *listing.file, listing.stored_at_ms, true});
             batch.checked.push_back(batch.entries.size() - 1);
@@ -185,7 +187,9 @@ UnderstandingPage Store::understanding_page(std::size_t offset, std::size_t limi
     return page;
 }
 
-UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fresh) {
+UnderstandingStats Store::understanding_stats(
+    std::size_t limit, bool include_fresh,
+    const std::function<void(std::string_view target)>& each_target) {
     UnderstandingStats stats;
     if (!db_) return stats;
     Transaction transaction(*db_, false);
@@ -209,13 +213,13 @@ UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fr
     // small whatever the size of the store.
     Batch batches[2];
     FreshnessChecker checker(location_.root);  // after the batches: it goes first, helpers and all
-    bool more = read_batch(rows, batches[0]);
+    bool more = read_batch(rows, batches[0], each_target);
     for (std::size_t current = 0; !batches[current].entries.empty(); current ^= 1) {
         Batch& batch = batches[current];
         Batch& next = batches[current ^ 1];
         checker.check(batch.checks, [&] {
             next.clear();
-            if (more) more = read_batch(rows, next);
+            if (more) more = read_batch(rows, next, each_target);
         });
         for (std::size_t i = 0; i < batch.checks.size(); ++i) {
             batch.entries[batch.checked[i]].fresh = batch.checks[i].fresh;
@@ -234,6 +238,36 @@ UnderstandingStats Store::understanding_stats(std::size_t limit, bool include_fr
         entry.reset();
     }
     return stats;
+}
+
+std::vector<RecalledUnderstanding> Store::notable_understandings(std::size_t limit) {
+    std::vector<RecalledUnderstanding> notable;
+    if (!db_ || limit == 0) return notable;
+    constexpr std::size_t kLatestPerPlace = 5;
+    struct Latest {
+        std::string target, scope;
+        int rank;
+    };
+    std::vector<Latest> latest;
+    {
+        Transaction transaction(*db_, false);
+        Statement rows = db_->prepare(
+            "SELECT target, scope, importance FROM understandings ORDER BY id DESC LIMIT ?1");
+        rows.bind(1, static_cast<std::int64_t>(limit * kLatestPerPlace));
+        while (rows.step()) {
+            latest.push_back({std::string(rows.text(0)), std::string(rows.text(1)),
+                              importance_rank(rows.text(2))});
+        }
+    }
+    std::stable_sort(latest.begin(), latest.end(),
+                     [](const Latest& a, const Latest& b) { return a.rank < b.rank; });
+    for (const Latest& entry : latest) {
+        if (notable.size() == limit) break;
+        if (auto recalled = recall_understanding(entry.target, entry.scope)) {
+            notable.push_back(std::move(*recalled));
+        }
+    }
+    return notable;
 }
 
 }  // namespace store

@@ -1,5 +1,9 @@
 #include "host/mcp/tools.hpp"
 
+#include <cstdint>
+
+#include "engines/index/database.hpp"
+#include "engines/index/outline.hpp"
 #include "engines/store/store.hpp"
 #include "host/mcp/arguments.hpp"
 #include "host/mcp/jsonrpc.hpp"
@@ -15,7 +19,7 @@ constexpr const char* kToolList = R"json([
   {
     "name": "understand",
     "title": "AI cache of this repository",
-    "description": "What earlier sessions learned about this repository's files and modules. action=\"recall\" with a target gives the cached understanding of that target (purpose, key points, gotchas) and whether the file changed since it was stored; with a query instead of a target it searches every cached understanding. action=\"store\" caches what you learned about a target; for a file, scope \"file\" and its path relative to the repository root. action=\"list\" lists the cached targets, the most recently stored first, a page at a time (limit, offset), and marks the stale ones.",
+    "description": "What earlier sessions learned about this repository's files and modules. action=\"recall\" with a target gives the cached understanding of that target (purpose, key points, gotchas) and whether the file changed since it was stored; for an indexed file nobody has described yet, the indexer's outline of it (language, lines, top-level definitions with their lines), so you can read only the part you need. With a query instead of a target it searches every cached understanding; with neither it gives the most useful ones. action=\"store\" caches what you learned about a target; for a file, scope \"file\" and its path relative to the repository root. action=\"list\" lists the cached targets, the most recently stored first, a page at a time (limit, offset), and marks the stale ones.",
     "inputSchema": {
       "type": "object",
       "properties": {
@@ -27,7 +31,7 @@ constexpr const char* kToolList = R"json([
         "gotchas": {"type": "array", "items": {"type": "string"}, "description": "store: traps, surprises, invariants"},
         "importance": {"type": "string", "enum": ["high", "medium", "low"], "description": "store: default \"medium\""},
         "query": {"type": "string", "description": "recall without a target: words to search for in targets, purposes, key points and gotchas"},
-        "limit": {"type": "integer", "minimum": 1, "maximum": 200, "description": "recall with a query, list: at most this many (default 10, 50)"},
+        "limit": {"type": "integer", "minimum": 1, "maximum": 200, "description": "recall without a target, list: at most this many (default 10, 50)"},
         "offset": {"type": "integer", "minimum": 0, "description": "list: skip this many, for the next page (default 0)"}
       },
       "required": ["action"],
@@ -86,6 +90,110 @@ std::string describe(const ::store::RecalledUnderstanding& recalled, bool with_s
     return out;
 }
 
+// The texts the hooks show hold placeholders ("...", [...]) for the model to fill in; one copied
+// as it stands is never stored.
+bool is_placeholder(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return false;
+    text = text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+    while (text.starts_with(".")) text.remove_prefix(1);
+    while (text.starts_with("\u2026")) text.remove_prefix(3);
+    return text.empty();
+}
+
+bool is_blank(const std::optional<std::string>& text) {
+    return !text || text->find_first_not_of(" \t\r\n") == std::string::npos;
+}
+
+// Filled in: neither missing, blank nor a placeholder.
+bool is_filled(const std::optional<std::string>& text) {
+    return !is_blank(text) && !is_placeholder(*text);
+}
+
+std::vector<std::string> filled_items(std::vector<std::string> items) {
+    std::erase_if(items, [](const std::string& item) { return !is_filled(item); });
+    return items;
+}
+
+constexpr const char* kStoreExample =
+    "understand(action=\"store\", scope=\"file\", target=\"src/app.py\", purpose=\"what the "
+    "file is for\", key_points=[\"what a reader needs to know\"], gotchas=[\"traps, surprises, "
+    "invariants\"])";
+constexpr const char* kRecallHelp =
+    "For one file: understand(action=\"recall\", target=\"src/app.py\") (its path from the "
+    "repository root); to search: understand(action=\"recall\", query=\"words\"); everything: "
+    "understand(action=\"list\").";
+
+// "lines 3-9", or "line 3".
+std::string line_span(std::int64_t first, std::int64_t last) {
+    if (last <= first) return "line " + std::to_string(first);
+    return "lines " + std::to_string(first) + "-" + std::to_string(last);
+}
+
+// What the code index says of a file nobody has described: its outline, and whether the file is
+// still as the index saw it. Empty when the repository has no index or it does not hold the file;
+// `trouble` says why an index could not be read.
+struct IndexedOutline {
+    std::optional<code_index::Outline> outline;
+    bool fresh = false;
+    std::optional<std::string> trouble;
+};
+
+IndexedOutline indexed_outline(const std::string& root, const std::string& path) {
+    IndexedOutline found;
+    try {
+        auto index = code_index::IndexDatabase::open(root, code_index::IndexDatabase::Access::read);
+        if (!index) return found;
+        found.outline = code_index::file_outline(index->db(), path);
+        if (found.outline) found.fresh = code_index::unchanged_since_indexed(root, *found.outline);
+    } catch (const code_index::IndexError& e) {
+        found.trouble = e.what();
+    }
+    return found;
+}
+
+std::string describe_outline(const code_index::Outline& o, bool fresh) {
+    std::string out = o.path + ": nothing cached yet; this is the indexer's outline of it (" +
+                      o.language + ", " + std::to_string(o.lines) +
+                      (o.lines == 1 ? " line)" : " lines)") +
+                      (fresh ? ", as the file is now."
+                             : ". STALE: the file changed since it was indexed, so the lines may "
+                               "be off.");
+    if (o.top_level.empty()) {
+        out += "\nNo top-level definitions.";
+    } else {
+        out += "\nTop-level definitions:";
+        for (const auto& def : o.top_level) {
+            out += "\n- " + def.kind + " " + def.name + ", " + line_span(def.line, def.end_line);
+        }
+        if (o.more > 0) out += "\n- and " + std::to_string(o.more) + " more";
+    }
+    return out +
+           "\nRead only the part you need. After reading, cache what you learn: understand("
+           "action=\"store\", scope=\"file\", target=\"" +
+           o.path + "\", purpose=\"...\", key_points=[...], gotchas=[...]).";
+}
+
+// The answer to a recall that names nothing to look for: the entries most worth knowing, as a
+// search would list them.
+Json notable_entries(::store::Store& store, std::size_t limit, const std::string& note) {
+    const auto notable = store.notable_understandings(limit);
+    if (notable.empty()) {
+        return text_result(note + "Nothing is cached yet. After analyzing a file, cache what you "
+                                  "learned: " +
+                           kStoreExample + ".");
+    }
+    const std::int64_t total = store.understanding_page(0, 0).total;
+    std::string out = note + "The " + std::to_string(notable.size()) + " most useful of " +
+                      std::to_string(total) +
+                      (total == 1 ? " cached understanding" : " cached understandings") +
+                      " (the most important of those stored last), best first:";
+    for (std::size_t i = 0; i < notable.size(); ++i) {
+        out += "\n\n" + std::to_string(i + 1) + ". " + describe(notable[i], false);
+    }
+    return text_result(out + "\n\n" + kRecallHelp);
+}
+
 }  // namespace
 
 ::store::Store& Tools::store(bool write) {
@@ -121,15 +229,37 @@ Json Tools::understand(const Json& arguments) {
 }
 
 Json Tools::understand_store(const Arguments& args) {
+    const auto target = args.text("target");
     ::store::Understanding u;
+    u.purpose = args.text("purpose");
+    if (!is_filled(u.purpose)) u.purpose.reset();
+    u.key_points = filled_items(args.texts("key_points"));
+    u.gotchas = filled_items(args.texts("gotchas"));
+    const bool learned = u.purpose || !u.key_points.empty() || !u.gotchas.empty();
+    if (!is_filled(target) && !learned) {
+        return text_result(
+            std::string("Nothing stored. understand(action=\"store\") caches what you learned "
+                        "about a file once you have read it, for later sessions: its path from "
+                        "the repository root and what you found, as in ") +
+            kStoreExample + ". importance is \"high\", \"medium\" (the default) or \"low\".");
+    }
+    if (target && is_placeholder(*target)) {
+        return text_result(
+            "Nothing stored: target \"" + *target +
+            "\" is a placeholder. Give the path of the file from the repository root, or the name "
+            "of a module with scope=\"module\".");
+    }
     u.target = normalize_target(root_, args.required_text("target", "action \"store\""));
+    if (!learned) {
+        return text_result("Nothing stored for " + u.target +
+                           ": purpose, key_points and gotchas are missing or placeholders. Say "
+                           "what you learned about it, as in " +
+                           kStoreExample + ".");
+    }
     if (const auto scope = args.text("scope"); scope && !scope->empty()) u.scope = *scope;
     if (auto importance = args.choice("importance", {"high", "medium", "low"})) {
         u.importance = *importance;
     }
-    u.purpose = args.text("purpose");
-    u.key_points = args.texts("key_points");
-    u.gotchas = args.texts("gotchas");
     store(true).store_understanding(u);
     return text_result("Stored the understanding of " + u.target + " (" + u.scope +
                        ", importance " + u.importance +
@@ -138,26 +268,37 @@ Json Tools::understand_store(const Arguments& args) {
 
 Json Tools::understand_recall(const Arguments& args) {
     const auto scope = args.text("scope");
-    if (auto target = args.text("target"); target && !target->empty()) {
+    const auto target = args.text("target");
+    const auto query = args.text("query");
+    const auto limit = static_cast<std::size_t>(args.integer("limit", 1, 200).value_or(10));
+    if (is_filled(target)) {
         const std::string wanted = normalize_target(root_, *target);
+        const bool file = !scope || scope->empty() || *scope == "file";
         const auto recalled = store(false).recall_understanding(
             wanted, scope && !scope->empty() ? scope : std::nullopt);
-        if (!recalled) {
-            return text_result("Nothing is cached for " + wanted +
-                               ". After reading it, cache what you "
-                               "learn: understand(action=\"store\", scope=\"file\", target=\"" +
-                               wanted + "\", purpose=\"...\", key_points=[...], gotchas=[...]).");
+        if (recalled) return text_result(describe(*recalled, true));
+        const IndexedOutline indexed = file ? indexed_outline(root_, wanted) : IndexedOutline{};
+        if (indexed.outline) return text_result(describe_outline(*indexed.outline, indexed.fresh));
+        return text_result("Nothing is cached for " + wanted +
+                           ". After reading it, cache what you "
+                           "learn: understand(action=\"store\", scope=\"file\", target=\"" +
+                           wanted + "\", purpose=\"...\", key_points=[...], gotchas=[...])." +
+                           (indexed.trouble ? " (The code index could not be read: " +
+                                                  *indexed.trouble + ")"
+                                            : ""));
+    }
+    if (!is_filled(query)) {
+        std::string note;
+        for (const auto& [name, given] : {std::pair{"target", &target}, {"query", &query}}) {
+            if (*given && is_placeholder(**given)) {
+                note = std::string(name) + " \"" + **given +
+                       "\" is a placeholder: give a file's path as target, or words to search "
+                       "for as query. Meanwhile, what is cached:\n\n";
+            }
         }
-        return text_result(describe(*recalled, true));
+        return notable_entries(store(false), limit, note);
     }
-    const auto query = args.text("query");
-    if (!query || query->empty()) {
-        throw RpcError(RpcCode::invalid_params,
-                       "Invalid arguments for understand: action \"recall\" needs a "
-                       "\"target\" (a file path) or a \"query\" (words to search for)");
-    }
-    const auto found =
-        store(false).search_understandings(*query, args.integer("limit", 1, 200).value_or(10));
+    const auto found = store(false).search_understandings(*query, limit);
     if (found.empty())
         return text_result("No cached understanding matches " + quoted(*query) + ".");
     std::string out = std::to_string(found.size()) + (found.size() == 1 ? " match" : " matches") +
@@ -206,35 +347,55 @@ Json Tools::remember(const Json& arguments) {
         throw RpcError(RpcCode::invalid_params,
                        "Invalid arguments for remember: "
                        "\"action\" is required");
+    const auto key = args.text("key");
+    const auto value = args.text("value");
     if (*action == "store") {
-        const std::string key = args.required_text("key", "action \"store\"");
-        const auto value = args.text("value");
+        if (!is_filled(key) && !is_filled(value)) {
+            return text_result(
+                "Nothing remembered. remember(action=\"store\") keeps a decision or a fact about "
+                "this project for later sessions, under a short key: remember(action=\"store\", "
+                "key=\"decision/storage\", value=\"SQLite in the repository, one file\").");
+        }
+        if (key && is_placeholder(*key)) {
+            return text_result("Nothing remembered: key \"" + *key +
+                               "\" is a placeholder. Give a short name, such as "
+                               "\"decision/storage\".");
+        }
+        const std::string name = args.required_text("key", "action \"store\"");
         if (!value) {
             throw RpcError(RpcCode::invalid_params,
                            "Invalid arguments for remember: action \"store\" needs \"value\"");
         }
-        store(true).remember(key, *value);
-        return text_result("Remembered " + quoted(key) + ".");
-    }
-    args.text("value");
-    if (*action == "recall") {
-        const std::string key = args.required_text("key", "action \"recall\"");
-        const auto memory = store(false).recall_memory(key);
-        if (!memory) {
-            return text_result("Nothing is remembered under " + quoted(key) +
-                               ". remember(action=\"list\") shows what is.");
+        if (is_placeholder(*value)) {
+            return text_result("Nothing remembered under " + quoted(name) +
+                               ": its value is a placeholder. Give the decision or the fact "
+                               "itself.");
         }
-        return text_result(quoted(key) + ": " + memory->value);
+        store(true).remember(name, *value);
+        return text_result("Remembered " + quoted(name) + ".");
     }
-    args.text("key");
+    std::string note;
+    if (*action == "recall") {
+        if (key && is_placeholder(*key)) {
+            note = "key \"" + *key + "\" is a placeholder: give one of the keys below.\n";
+        } else {
+            const std::string name = args.required_text("key", "action \"recall\"");
+            const auto memory = store(false).recall_memory(name);
+            if (!memory) {
+                return text_result("Nothing is remembered under " + quoted(name) +
+                                   ". remember(action=\"list\") shows what is.");
+            }
+            return text_result(quoted(name) + ": " + memory->value);
+        }
+    }
     const auto memories = store(false).list_memories();
     if (memories.empty()) {
-        return text_result(
-            "No memories yet. remember(action=\"store\", key=\"...\", "
-            "value=\"...\") keeps one.");
+        return text_result(note +
+                           "No memories yet. remember(action=\"store\", key=\"decision/storage\", "
+                           "value=\"SQLite in the repository, one file\") keeps one.");
     }
-    std::string out =
-        std::to_string(memories.size()) + (memories.size() == 1 ? " memory:" : " memories:");
+    std::string out = note + std::to_string(memories.size()) +
+                      (memories.size() == 1 ? " memory:" : " memories:");
     for (const ::store::Memory& memory : memories) {
         out += "\n- " + quoted(memory.key) + ": " + memory.value;
     }
