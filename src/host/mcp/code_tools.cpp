@@ -6,6 +6,7 @@
 
 #include "engines/index/kinds.hpp"
 #include "engines/index/symbols.hpp"
+#include "host/mcp/answer.hpp"
 #include "host/mcp/arguments.hpp"
 #include "host/mcp/jsonrpc.hpp"
 #include "host/mcp/target.hpp"
@@ -77,17 +78,6 @@ constexpr auto kSettleLimit = std::chrono::milliseconds(250);
 // explore's whole answer, and each of its lines.
 constexpr std::size_t kExploreBytes = 4096;
 constexpr std::size_t kExploreLineChars = 200;
-
-Json text_result(const std::string& text, bool is_error = false) {
-    Json content = Json::object().set("type", "text").set("text", text);
-    Json result = Json::object().set("content", Json::array({content}));
-    if (is_error) result.set("isError", true);
-    return result;
-}
-
-std::string quoted(std::string_view text) {
-    return "\"" + std::string(text) + "\"";
-}
 
 // "12,345": counts read at a glance.
 std::string grouped(std::int64_t n) {

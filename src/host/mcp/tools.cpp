@@ -5,6 +5,7 @@
 #include "engines/index/database.hpp"
 #include "engines/index/outline.hpp"
 #include "engines/store/store.hpp"
+#include "host/mcp/answer.hpp"
 #include "host/mcp/arguments.hpp"
 #include "host/mcp/jsonrpc.hpp"
 #include "host/mcp/target.hpp"
@@ -54,17 +55,6 @@ constexpr const char* kToolList = R"json([
     }
   }
 ])json";
-
-Json text_result(const std::string& text, bool is_error = false) {
-    Json content = Json::object().set("type", "text").set("text", text);
-    Json result = Json::object().set("content", Json::array({content}));
-    if (is_error) result.set("isError", true);
-    return result;
-}
-
-std::string quoted(std::string_view text) {
-    return "\"" + std::string(text) + "\"";
-}
 
 void append_list(std::string& out, std::string_view heading,
                  const std::vector<std::string>& items) {
