@@ -69,11 +69,11 @@ def debian_source(package):
     return publish(fill, CACHE / f"debian-src-{package}") / "src"
 
 
-def npm_package(spec):
+def npm_package(package):
     def fill(work, out):
         run(["npm", "install", "--ignore-scripts", "--no-audit", "--no-fund", "--loglevel=error",
-             "--prefix", str(out), spec], stdout=subprocess.DEVNULL)
-    return publish(fill, CACHE / ("npm-" + spec.replace("/", "_").replace("@", "_")))
+             "--prefix", str(out), package], stdout=subprocess.DEVNULL)
+    return publish(fill, CACHE / ("npm-" + package.replace("/", "_").replace("@", "_")))
 
 
 # Each corpus: our language, ctags's name for it, where it comes from, the file names it covers.

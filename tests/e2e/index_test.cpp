@@ -298,9 +298,9 @@ TEST_F(Index, UndescribedFilesHaveTheIndexsOutline) {
     }
     for (const std::string hook : {"check-cache", "refresh-cache", "remind-store"}) {
         SCOPED_TRACE(hook);
-        expect_clean(run({"hooks", hook},
-                         {.stdin_data = input_with_path("claude", py), .real_host = true}),
-                     "");
+        expect_clean(
+            run({"hooks", hook}, {.stdin_data = input_with_path("claude", py), .real_host = true}),
+            "");
     }
     for (const std::string target :
          {"--target=src/py/missing.py", "--target=src/../src/py/shapes.py"}) {
@@ -314,7 +314,8 @@ TEST_F(Index, UndescribedFilesHaveTheIndexsOutline) {
     // Described: the model's entry wins, and the file is counted once.
     host({"query", "understand", "--action=store", "--target=src/js/cart.js", "--purpose=Cart"});
     const std::string head = "{\"total\": 9, \"by_scope\": {";
-    const std::string cart = R"({"target": "src/js/cart.js", "importance": "medium", "fresh": true})";
+    const std::string cart =
+        R"({"target": "src/js/cart.js", "importance": "medium", "fresh": true})";
     const auto thin = [](const std::string& path) {
         return R"(, {"target": ")" + path +
                R"(", "importance": "low", "fresh": true, "auto_generated": true})";
@@ -325,9 +326,9 @@ TEST_F(Index, UndescribedFilesHaveTheIndexsOutline) {
     expect_clean(host({"query", "understand", "--action=stats"}), head + "}}\n");
     put(".orvane-tamblo/brief.md", "Brief.");
     std::string listed = "- [medium] src/js/cart.js (file)";
-    for (const char* path : {"src/c/list.c", "src/cpp/geometry.cpp", "src/go/server.go",
-                             "src/java/App.java", "src/py/shapes.py", "src/rs/lib.rs",
-                             "src/ts/user.ts", "src/ts/view.tsx"}) {
+    for (const char* path :
+         {"src/c/list.c", "src/cpp/geometry.cpp", "src/go/server.go", "src/java/App.java",
+          "src/py/shapes.py", "src/rs/lib.rs", "src/ts/user.ts", "src/ts/view.tsx"}) {
         listed += std::string("\n- [low] ") + path + " (file)";
     }
     expect_clean(run({"hooks", "session-start", "--agent", "windsurf"},
@@ -383,9 +384,10 @@ TEST_F(Index, ServeReportsTheIndexAndWhoKeepsItCurrent) {
                                  "2147483646) has ended; the next one, or `orvane-tamblo "
                                  "index`, brings the index up to date\n");
     keeper(0, static_cast<std::int64_t>(std::time(nullptr)) * 1000);  // one that stopped
-    EXPECT_EQ(index_lines(), counts +
-                                 "keeper    none running: the last MCP server stopped T; the "
-                                 "next one, or `orvane-tamblo index`, brings the index up to date\n");
+    EXPECT_EQ(index_lines(),
+              counts +
+                  "keeper    none running: the last MCP server stopped T; the "
+                  "next one, or `orvane-tamblo index`, brings the index up to date\n");
     if (!windows_build()) {
         keeper(::getpid());
         EXPECT_EQ(index_lines(), counts + "keeper    the MCP server (pid " +

@@ -300,4 +300,17 @@ void Transaction::commit() {
     db_.checkpoint_when_due();
 }
 
+bool is_auto_index(std::string_view name, std::string_view table,
+                   std::initializer_list<std::string_view> tables) {
+    constexpr std::string_view kPrefix = "sqlite_autoindex_";
+    for (const std::string_view known : tables) {
+        if (known == table) {
+            return name.starts_with(kPrefix) && name.substr(kPrefix.size()).starts_with(table) &&
+                   name.size() > kPrefix.size() + table.size() &&
+                   name[kPrefix.size() + table.size()] == '_';
+        }
+    }
+    return false;
+}
+
 }  // namespace db

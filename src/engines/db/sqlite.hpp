@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -116,5 +117,10 @@ class Transaction {
     Database& db_;
     bool open_ = true;
 };
+
+// Whether `name` is one of the indexes SQLite makes itself for a PRIMARY KEY or UNIQUE constraint
+// of `table` (they have no SQL text), for one of the `tables` known to have such constraints.
+bool is_auto_index(std::string_view name, std::string_view table,
+                   std::initializer_list<std::string_view> tables);
 
 }  // namespace db

@@ -51,18 +51,6 @@ constexpr std::array kObjects = {
     Object{"meta", "CREATE TABLE meta(key TEXT PRIMARY KEY, value NOT NULL)"},
 };
 
-constexpr std::array<std::string_view, 3> kAutoIndexed = {"files", "names", "meta"};
-
-bool expected_auto_index(std::string_view name, std::string_view table) {
-    for (const auto t : kAutoIndexed) {
-        if (t == table) {
-            return name.starts_with("sqlite_autoindex_") && name.substr(17).starts_with(table) &&
-                   name.size() > 17 + table.size() && name[17 + table.size()] == '_';
-        }
-    }
-    return false;
-}
-
 [[noreturn]] void foreign(const Database& db, const std::string& why) {
     throw DatabaseError(db.name() + ": " + why + "; it is left as it is");
 }
@@ -79,7 +67,7 @@ State inspect(Database& db) {
         const std::string_view name = rows.text(0);
         bool ok = false;
         if (rows.is_null(2)) {
-            ok = expected_auto_index(name, rows.text(1));
+            ok = db::is_auto_index(name, rows.text(1), {"files", "names", "meta"});
         } else {
             for (const auto& object : kObjects) {
                 if (name == object.name && rows.text(2) == object.sql) ok = true;

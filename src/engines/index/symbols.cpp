@@ -8,6 +8,7 @@
 
 #include "engines/index/language.hpp"
 #include "engines/index/words.hpp"
+#include "engines/index/writer.hpp"
 
 namespace code_index {
 
@@ -148,19 +149,7 @@ std::vector<std::vector<std::string>> imports_of(Database& db, std::string_view 
     Statement file = db.prepare("SELECT id, names FROM files WHERE path=?1");
     if (!file.bind(1, path).step()) return imports;
     const std::int64_t file_id = file.integer(0);
-    std::vector<std::int64_t> ids;
-    std::uint64_t v = 0;
-    int shift = 0;
-    for (const char c : file.blob(1)) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (shift < 64) v |= static_cast<std::uint64_t>(byte & 0x7F) << shift;
-        shift += 7;
-        if ((byte & 0x80) == 0) {
-            ids.push_back(static_cast<std::int64_t>(v));
-            v = 0;
-            shift = 0;
-        }
-    }
+    const std::vector<std::int64_t> ids = unpack_ids(file.blob(1));
     Statement import = db.prepare(
         "SELECT n.name FROM refs AS r JOIN names AS n ON n.id = r.name_id "
         "WHERE r.name_id=?1 AND r.file_id=?2 AND r.kind=?3 LIMIT 1");

@@ -28,6 +28,8 @@ std::string pack_ids(std::vector<std::int64_t> ids) {
     return out;
 }
 
+}  // namespace
+
 std::vector<std::int64_t> unpack_ids(std::string_view bytes) {
     std::vector<std::int64_t> ids;
     std::uint64_t v = 0;
@@ -44,8 +46,6 @@ std::vector<std::int64_t> unpack_ids(std::string_view bytes) {
     }
     return ids;
 }
-
-}  // namespace
 
 namespace {
 

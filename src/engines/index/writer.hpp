@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "engines/index/classify.hpp"
 #include "engines/index/database.hpp"
@@ -37,6 +39,9 @@ std::unordered_map<std::string, KnownFile> known_files(Database& db);
 // Adds those at `path` or below it, when it is a directory.
 void known_files_under(Database& db, const std::string& path,
                        std::unordered_map<std::string, KnownFile>& into);
+
+// The ids of the names a file's references use, as the files table's `names` holds them.
+std::vector<std::int64_t> unpack_ids(std::string_view bytes);
 
 // Writes files and their symbols into an index; the caller holds the transaction.
 class IndexWriter {

@@ -85,20 +85,6 @@ constexpr std::array<Object, 9> kVersion2 = {
 };
 static_assert(kVersion == 2);
 
-// Tables whose PRIMARY KEY or UNIQUE constraints give SQLite's own indexes (no SQL text).
-constexpr std::array<std::string_view, 5> kAutoIndexed = {"understandings", "sessions", "memories",
-                                                          "meta", "session_files"};
-
-bool expected_auto_index(std::string_view name, std::string_view table) {
-    for (const auto t : kAutoIndexed) {
-        if (t == table) {
-            return name.starts_with("sqlite_autoindex_") && name.substr(17).starts_with(table) &&
-                   name.size() > 17 + table.size() && name[17 + table.size()] == '_';
-        }
-    }
-    return false;
-}
-
 [[noreturn]] void foreign(const Database& db, const std::string& why) {
     throw StoreError(db.name() + ": " + why + "; it is left as it is");
 }
@@ -112,7 +98,9 @@ std::size_t check_objects(Database& db, const std::array<Object, N>& objects) {
         const std::string_view name = rows.text(0);
         bool known = false;
         if (rows.is_null(2)) {
-            known = expected_auto_index(name, rows.text(1));
+            known = db::is_auto_index(
+                name, rows.text(1),
+                {"understandings", "sessions", "memories", "meta", "session_files"});
         } else {
             for (const auto& object : objects) {
                 if (name == object.name && rows.text(2) == object.sql) known = true;
