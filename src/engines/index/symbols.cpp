@@ -245,6 +245,13 @@ std::pair<std::string, std::string> split_qualified(const std::string& name) {
     return {name.substr(cut + width), qualifier};
 }
 
+// The name as written, else its last part: a use is recorded under the bare name
+// (`Parser.parse` is used as `parse`), unless the name holds dots itself (a Go package).
+std::optional<std::int64_t> used_name_id(Database& db, const std::string& qualified) {
+    if (auto id = name_id(db, qualified)) return id;
+    return name_id(db, split_qualified(qualified).first);
+}
+
 bool scope_ends_with(std::string_view scope, std::string_view qualifier) {
     if (!scope.ends_with(qualifier)) return false;
     return scope.size() == qualifier.size() || scope[scope.size() - qualifier.size() - 1] == '.';
@@ -420,8 +427,7 @@ Hits<ReferenceHit> find_references(Database& db, const std::string& qualified,
                                    const std::optional<std::string>& near, std::size_t limit) {
     Hits<ReferenceHit> hits;
     Transaction read(db, false);
-    std::optional<std::int64_t> id = name_id(db, qualified);
-    if (!id) id = name_id(db, split_qualified(qualified).first);
+    const std::optional<std::int64_t> id = used_name_id(db, qualified);
     if (!id) return hits;
     struct Row {
         std::int64_t file_id, line, column, kind;
@@ -479,8 +485,7 @@ Hits<CallerHit> find_callers(Database& db, const std::string& qualified,
                              const std::optional<std::string>& near, std::size_t limit) {
     Hits<CallerHit> hits;
     Transaction read(db, false);
-    std::optional<std::int64_t> id = name_id(db, qualified);
-    if (!id) id = name_id(db, split_qualified(qualified).first);
+    const std::optional<std::int64_t> id = used_name_id(db, qualified);
     if (!id) return hits;
     // Grouped and joined to the file's path in SQL; only the callers kept are looked up whole, so
     // a name called from thousands of places costs one pass over its calls.

@@ -1,14 +1,24 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
 
-// What both watchers share: walking a part of the tree they watch, and naming what they report.
+// What both watchers share: walking a part of the tree they watch, naming what they report, and
+// how they gather changes into batches.
 namespace platform::tree_walk {
 
 using Wanted = std::function<bool(std::string_view)>;
+
+// An editor's save (write, rename, chmod) takes a few milliseconds: changes that follow each
+// other within kSettle make one batch, and a burst such as a checkout is cut into batches of at
+// most kLongestBatch, so that the caller keeps up.
+constexpr std::chrono::milliseconds kSettle{10};
+constexpr std::chrono::milliseconds kLongestBatch{50};
+// Longer waits are cut to this, so that a deadline never overflows.
+constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 365);
 
 // `name` inside the relative directory `parent` ("" is the root).
 std::string child_path(std::string_view parent, std::string_view name);

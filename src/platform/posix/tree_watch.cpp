@@ -31,12 +31,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// An editor's save (write, rename, chmod) takes a few milliseconds; a burst such as a checkout
-// is cut into batches this long, so that the caller keeps up.
-constexpr std::chrono::milliseconds kSettle{10};
-constexpr std::chrono::milliseconds kLongestBatch{50};
-constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 365);  // no overflow
-
 int poll_ms(Clock::time_point until) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
     return left <= 0 ? 0 : left > 1'000'000 ? 1'000'000 : static_cast<int>(left);
@@ -328,7 +322,7 @@ std::string TreeWatcher::description() const {
 
 TreeChanges TreeWatcher::wait(std::chrono::milliseconds timeout) {
     State& s = *state_;
-    const auto deadline = Clock::now() + std::min(timeout, kLongestWait);
+    const auto deadline = Clock::now() + std::min(timeout, tree_walk::kLongestWait);
     if (!native()) {
         pollfd stop{s.stop_read.fd, POLLIN, 0};
         while (!s.stopped && ::poll(&stop, 1, poll_ms(deadline)) < 0 && errno == EINTR) {
@@ -366,8 +360,8 @@ TreeChanges TreeWatcher::wait(std::chrono::milliseconds timeout) {
         }
         if (paths.empty()) continue;  // nothing the caller would look at
         const auto now = Clock::now();
-        if (!batch_end) batch_end = now + kLongestBatch;
-        until = std::min(*batch_end, now + kSettle);
+        if (!batch_end) batch_end = now + tree_walk::kLongestBatch;
+        until = std::min(*batch_end, now + tree_walk::kSettle);
     }
 #endif
     return {.paths = {paths.begin(), paths.end()}, .overflow = overflow};

@@ -20,11 +20,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// As on Linux: an editor's save arrives as one batch, a burst is cut into batches.
-constexpr std::chrono::milliseconds kSettle{10};
-constexpr std::chrono::milliseconds kLongestBatch{50};
-constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 365);  // no overflow
-
 // Names, sizes, times and attributes: what a save, a move or a checkout touches, not reads.
 constexpr DWORD kFilter = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
                           FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_SIZE |
@@ -154,7 +149,8 @@ struct TreeWatcher::State {
         std::map<std::string, bool> known;
         for (auto& [action, path] : changes) {
             if (path.empty() || !above_wanted(path, known)) continue;
-            const bool added = action == FILE_ACTION_ADDED || action == FILE_ACTION_RENAMED_NEW_NAME;
+            const bool added =
+                action == FILE_ACTION_ADDED || action == FILE_ACTION_RENAMED_NEW_NAME;
             if (action == FILE_ACTION_MODIFIED || added) {
                 const bool directory = is_directory(path);
                 // A directory's times change with what it holds, which is reported for itself;
@@ -209,7 +205,7 @@ std::string TreeWatcher::description() const {
 
 TreeChanges TreeWatcher::wait(std::chrono::milliseconds timeout) {
     State& s = *state_;
-    const auto deadline = Clock::now() + std::min(timeout, kLongestWait);
+    const auto deadline = Clock::now() + std::min(timeout, tree_walk::kLongestWait);
     if (!native()) {
         WaitForSingleObject(s.stop_event, wait_ms(deadline));
         if (s.stopped) return {};
@@ -229,8 +225,8 @@ TreeChanges TreeWatcher::wait(std::chrono::milliseconds timeout) {
         if (overflow || !native()) break;
         if (paths.empty()) continue;  // nothing the caller would look at
         const auto now = Clock::now();
-        if (!batch_end) batch_end = now + kLongestBatch;
-        until = std::min(*batch_end, now + kSettle);
+        if (!batch_end) batch_end = now + tree_walk::kLongestBatch;
+        until = std::min(*batch_end, now + tree_walk::kSettle);
     }
     return {.paths = {paths.begin(), paths.end()}, .overflow = overflow};
 }
